@@ -1,0 +1,10 @@
+#pragma once
+#include <cstddef>
+
+namespace orvi::platform {
+
+/** UTF-8 to UTF-16 and back, with the contract of codePageToWide and wideToCodePage. */
+std::size_t utf8ToWide(const unsigned char* source, std::size_t size, wchar_t* target, std::size_t capacity);
+std::size_t wideToUtf8(const wchar_t* source, std::size_t size, unsigned char* target, std::size_t capacity);
+
+} // namespace orvi::platform
