@@ -1,0 +1,137 @@
+#pragma once
+#include <orvi/core/Export.h>
+#include <orvi/core/Mutex.h>
+#include <orvi/core/Stream.h>
+#include <orvi/core/String.h>
+#include <orvi/core/System.h>
+#include <orvi/core/Thread.h>
+
+#include <atomic>
+#include <map>
+
+namespace orvi {
+
+class App;
+
+/** One end of a two-way channel of texts. On the wire a text is UTF-8 in the binary form of a string. Each
+   read and each write moves a whole text under the lock of its side. */
+class ORVI_API AppPipe : public Unknown {
+public:
+    static Unknown::Handle_T<AppPipe> createInstance(Input* input, const SharedPtr<Mutex>& inputMutex,
+                                                     Output* output, const SharedPtr<Mutex>& outputMutex);
+
+    /** One text, if one is there. False, with a failure in the log, also for bytes that are none. */
+    bool read(String& text);
+    bool write(const String& text);
+
+private:
+    AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* output,
+            const SharedPtr<Mutex>& outputMutex);
+    ~AppPipe() override = default;
+
+    InputStream _input;
+    SharedPtr<Mutex> _inputMutex;
+    OutputStream _output;
+    SharedPtr<Mutex> _outputMutex;
+};
+
+/** A named application inside the process: a System that answers text commands. Override docmd.
+
+    The protocol, text by text, all words case-sensitive:
+
+        box     $HELLO                  the client's pipe has joined; always the first text
+        client  $COMMAND <command line>
+        box     $BEGIN <command word>   then whatever docmd writes to the pipe
+        box     $END OK                 docmd gave true
+        box     $END FAILED             docmd gave false ("$NOTHING" follows) or threw an Exception
+        box     $NOTHING                the text was no command
+        box     $BYE                    the pipe has left or the box ends; always the last
+
+    A text is answered in the box's next pass, so the latency is that of its loop. */
+class ORVI_API AppBox : public System {
+public:
+    static Unknown::Handle_T<AppBox> createInstance(const String& appName, const String& parameters);
+
+    const String& getAppName() const noexcept { return _appName; }
+    /** The text given to startApp; its meaning is the application's own. */
+    const String& getParameters() const noexcept { return _parameters; }
+
+    /** Ask for a pipe to be served, and no longer. Any thread; carried out at the start of the next pass. A
+       pipe added after the box's end gets its "$HELLO" and "$BYE" at once. */
+    void addPipe(AppPipe* pipe);
+    void removePipe(AppPipe* pipe);
+
+    void exit() override;
+    void onTick(unsigned int deltaMs) override;
+    /** Handles one text of a client; false makes the box answer "$NOTHING". */
+    virtual bool dosamething(AppPipe* pipe, const wchar_t* text);
+    /** Runs one command, on the run thread. `argv[0]` is the command word; the strings are writable and live
+       for the call. What is written to `pipe` reaches the client between "$BEGIN" and "$END". */
+    virtual bool docmd(AppPipe* pipe, wchar_t** argv, int argc);
+
+protected:
+    AppBox(const String& appName, const String& parameters);
+    ~AppBox() override;
+
+private:
+    using Pipes = std::map<AppPipe*, Unknown::Handle_T<AppPipe>>;
+
+    void addPipes();
+    void removePipes();
+
+    String _appName;
+    String _parameters;
+    Pipes _pipes; // served; the run thread's alone
+
+    // Taken before the locks of the pipes.
+    Mutex _addMutex;
+    Pipes _addedPipes;
+    bool _ended = false; // nobody will serve what is added
+    Mutex _removeMutex;
+    Pipes _removedPipes;
+    std::atomic<bool> _pipesChange = false; // something waits in the two maps
+};
+
+/** A client's ticket to a box: a pair of pipes of its own. It may outlive the box. */
+class ORVI_API App : public Unknown {
+public:
+    static Unknown::Handle_T<App> createInstance(Thread* thread, AppBox* box);
+
+    Thread* getThread() const noexcept { return _thread; }
+    AppBox* getAppBox() const noexcept { return _appBox; }
+    /** The client's end. */
+    AppPipe* getPipe() const noexcept { return _pipe; }
+
+private:
+    App(Thread* thread, AppBox* box);
+    ~App() override;
+
+    Unknown::Handle_T<Thread> _thread;
+    Unknown::Handle_T<AppBox> _appBox;
+    Unknown::Handle_T<AppPipe> _boxPipe;
+    Unknown::Handle_T<AppPipe> _pipe;
+};
+
+/** Makes a box for an application of this name; null means that it cannot. */
+using AppFactory = Unknown::Handle_T<AppBox> (*)(const wchar_t* appName, const wchar_t* parameters);
+
+/** Registers a kind of application. True also for the same pair again; false, with a line on the console,
+   when the name has another factory, which stays. */
+ORVI_API bool setUpApp(const wchar_t* name, AppFactory factory);
+/** Forgets a kind of application; those that run go on. */
+ORVI_API void tearDownApp(const wchar_t* name);
+
+/** Makes a box with the factory `factoryName`, starts it on a thread of its own and enters it under its name,
+   in place of an earlier one of that name, which goes on running. Gives a client of the box, which lives on
+   without it; null on failure. */
+ORVI_API Unknown::Handle_T<App> startApp(const wchar_t* factoryName, const wchar_t* appName,
+                                         const wchar_t* parameters);
+/** A new client of the running box `appName`; null when there is none. */
+ORVI_API Unknown::Handle_T<App> getApp(const wchar_t* appName);
+/** Stops the box and waits for its thread. Not for the box's own thread: it calls its shutdown. Null does
+ * nothing. */
+ORVI_API void exitApp(App* app);
+
+// At the end of the process every box that still runs is shut down.
+
+} // namespace orvi

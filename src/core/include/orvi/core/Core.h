@@ -1,0 +1,32 @@
+#pragma once
+
+/** Everything that liborvi_core offers. */
+#include <orvi/core/App.h>
+#include <orvi/core/Archive.h>
+#include <orvi/core/Arguments.h>
+#include <orvi/core/Base64.h>
+#include <orvi/core/Buffer.h>
+#include <orvi/core/CallStack.h>
+#include <orvi/core/Callback.h>
+#include <orvi/core/Console.h>
+#include <orvi/core/Digest.h>
+#include <orvi/core/Encoding.h>
+#include <orvi/core/Event.h>
+#include <orvi/core/Exception.h>
+#include <orvi/core/Export.h>
+#include <orvi/core/File.h>
+#include <orvi/core/FileMutex.h>
+#include <orvi/core/Log.h>
+#include <orvi/core/MemoryStream.h>
+#include <orvi/core/Mutex.h>
+#include <orvi/core/Pipe.h>
+#include <orvi/core/RunQueue.h>
+#include <orvi/core/Semaphore.h>
+#include <orvi/core/Stream.h>
+#include <orvi/core/String.h>
+#include <orvi/core/System.h>
+#include <orvi/core/Thread.h>
+#include <orvi/core/Tick.h>
+#include <orvi/core/Time.h>
+#include <orvi/core/Unknown.h>
+#include <orvi/core/Varint.h>

@@ -1,0 +1,141 @@
+#pragma once
+#include <orvi/core/Export.h>
+#include <orvi/core/Semaphore.h>
+#include <orvi/core/Unknown.h>
+
+#include <atomic>
+#include <vector>
+
+namespace orvi {
+
+enum ETaskState {
+    TASK_STOPPED = 0,  // not started, or stopped
+    TASK_SLEEPING = 1, // no onTick until the sleep has run out or waken is called
+    TASK_RUNNING = 2   // onTick each tick time
+};
+
+/** A run loop: a state machine, a queue of posted closures and a cooperative scheduler of tasks.
+
+    One thread runs it, the one that calls start(); every task runs there, one after the other. Derive your
+   own, and put it on a thread of its own with Thread, or turn it on yours:
+
+        system->load();
+        system->start();  // returns when somebody has called shutdown()
+        system->unload();
+
+    The loop never blocks by itself: a Yield task, or System::sleep in a hook, gives time back. What a tick
+   throws is reported in the log, handed to onException as a code, and the loop goes on.
+
+    Any thread may call getState, getRunThreadId, waken, shutdown, load and unload at any time; everything
+   else belongs to the run thread. Times are unsigned milliseconds. */
+class ORVI_API System : public virtual Unknown {
+public:
+    class Task;
+
+    enum EState {
+        STATE_UNLOADED = 0,    // constructed, or finished and unloaded
+        STATE_LOADED = 1,      // reserved by load
+        STATE_STARTING = 2,    // start has begun, init has not finished
+        STATE_INITIALISED = 3, // the base init has run: tasks may be started from here on
+        STATE_RUNNING = 4,     // the loop turns
+        STATE_STOPPING = 5     // shutdown was asked for, or the loop has ended
+    };
+
+    /** Reserves the system for one start; false unless it is unloaded. */
+    bool load();
+    /** Runs the whole life of the loop on the calling thread. Returns at once, having run nothing, unless it
+     * is loaded. */
+    void start();
+    /** Makes a stopping system ready for another load; does nothing in any other state. */
+    void unload();
+    /** Blocks the run thread until the time is over, waken or shutdown; takes all wake-ups that have
+     * gathered. */
+    void sleep(unsigned int ms);
+    void waken();
+
+    EState getState() const noexcept { return _state.load(); }
+    /** The id of the thread that called start; 0 before. What postToThread wants. */
+    unsigned long getRunThreadId() const noexcept { return _runThreadId.load(); }
+
+    /** An override calls this first: tasks can be started only once it has run. False when shutdown came
+     * first. */
+    virtual bool init();
+    /** Stops all tasks; an override calls this last. Runs at the end of every start, also after a failed
+     * init. */
+    virtual void exit();
+    /** Ticks while the system is running. */
+    virtual void run();
+    /** Asks the loop to end with the tick under way, without waiting for that; always true. */
+    virtual bool shutdown();
+    /** Runs one posted closure or, when none waits, one pass over the tasks. */
+    virtual void tick();
+    /** One pass: every task that is due gets its onTick. `deltaMs` is the time since the last pass, 0 in the
+     * first. */
+    virtual void onTick(unsigned int deltaMs);
+    /** Called after a tick that threw (0xE06D7363), on the run thread. */
+    virtual void onException(unsigned long code);
+
+protected:
+    System();
+    ~System() override;
+
+private:
+    struct Pass;
+
+    bool advance(EState from, EState to) noexcept;
+    void finishPass();
+
+    std::atomic<EState> _state = STATE_UNLOADED;
+    std::atomic<unsigned long> _runThreadId = 0;
+    Unknown::Handle_T<Semaphore> _semaphore;
+    bool _firstTick = false;
+    unsigned int _lastTime = 0; // getTimeTick of the last pass
+    int _passes = 0;            // passes under way: more than one when a task turns the loop itself
+
+    class TaskStatus;                                     // one start of one task
+    std::vector<Unknown::Handle_T<TaskStatus>> _newTasks; // started since the last pass
+    std::vector<Unknown::Handle_T<TaskStatus>> _tasks;    // in order of starting
+    std::vector<Unknown::Handle_T<TaskStatus>> _stoppedTasks;
+};
+
+/** Work that a System does bit by bit: override the hooks init, exit and onTick.
+
+    A started task is owned by its system: it goes on when its maker has dropped the handle, until stop or the
+    system's end. It may be started again afterwards. For the system's run thread, but for construction. */
+class ORVI_API System::Task : public virtual Unknown {
+public:
+    /** False when `system` is null or takes no tasks (states 3 and 4 do), when the task is started already,
+       or when init refuses. The first onTick comes with the next pass at the earliest. */
+    virtual bool start(System* system);
+    /** Calls exit, in every case, and takes the task out of its system. A task may stop itself or any other.
+     */
+    virtual void stop();
+    /** No onTick for `ms` milliseconds, counted from the last one; false when not started. */
+    virtual bool sleep(unsigned int ms);
+    virtual bool waken();
+
+    virtual bool init();
+    virtual void exit();
+    /** `elapsedMs`: the time since the last call, or since the start. A late task is not called more often
+     * for it. */
+    virtual void onTick(unsigned int elapsedMs);
+
+    /** Least time between two onTicks; 0, the start value, means every pass. Takes effect at once. */
+    void setTickTime(unsigned int ms) noexcept { _tickTime = ms; }
+    ETaskState getTaskState() const noexcept;
+    /** Null when not started. */
+    System* getSystem() const noexcept;
+
+protected:
+    Task() = default;
+    /** Calls stop, when the hooks of subclasses are gone already: clean-up in exit needs an explicit stop. */
+    ~Task() override;
+
+private:
+    friend class System;
+
+    System::TaskStatus* _status = nullptr; // held by the system's lists
+    unsigned int _tickTime = 0;
+};
+
+} // namespace orvi

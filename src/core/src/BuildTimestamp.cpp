@@ -1,0 +1,7 @@
+#include "BuildTimestamp.h"
+
+namespace orvi {
+
+const wchar_t* buildTimestamp() { return L"" ORVI_BUILD_TIMESTAMP; }
+
+} // namespace orvi

@@ -1,0 +1,176 @@
+#include <orvi/core/CallStack.h>
+
+#include <orvi/core/Encoding.h>
+#include <orvi/core/Log.h>
+
+#include "Immortal.h"
+#include "platform/DebugModule.h"
+#include "platform/ThreadInfo.h"
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvi {
+
+namespace {
+
+constexpr std::size_t lineCapacity = 1024;
+
+/** Whether the place lies in the capture itself: in this source file, whatever the case of its letters. */
+bool isCaptureFrame(const char* file)
+{
+    static constexpr std::string_view ownFile = "callstack.cpp";
+    std::string lower(file);
+    for (char& c : lower)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+    const auto slash = lower.rfind('/');
+    return std::string_view(lower).substr(slash == std::string::npos ? 0 : slash + 1) == ownFile;
+}
+
+} // namespace
+
+CallStack::~CallStack()
+{
+    for (Block* block = _first.next; block != nullptr;) {
+        Block* next = block->next;
+        delete block;
+        block = next;
+    }
+}
+
+void CallStack::destroy() noexcept
+{
+    if (_references.fetch_sub(1) == 1)
+        delete this;
+}
+
+void CallStack::push(unsigned long address)
+{
+    if (_top == blockSize) {
+        _current->next = new Block;
+        _current = _current->next;
+        _capacity += blockSize;
+        _top = 0;
+    }
+    _current->frames[_top++] = address;
+    ++_count;
+}
+
+unsigned long CallStack::operator[](unsigned int index) const noexcept
+{
+    const Block* block = &_first;
+    for (; index >= blockSize; index -= blockSize)
+        block = block->next;
+    return block->frames[index];
+}
+
+bool CallStack::operator==(const CallStack& other) const noexcept
+{
+    if (_count != other._count)
+        return false;
+    const Block* a = &_first;
+    const Block* b = &other._first;
+    for (unsigned int i = 0; i < _count; ++i) {
+        if (i > 0 && i % blockSize == 0) {
+            a = a->next;
+            b = b->next;
+        }
+        if (a->frames[i % blockSize] != b->frames[i % blockSize])
+            return false;
+    }
+    return true;
+}
+
+CallStack* CallStack::getCallStack()
+{
+    DebugHelper::getDebugHelper();
+    constexpr std::size_t firstGuess = 256;
+    std::vector<std::uintptr_t> frames(firstGuess);
+    std::size_t found = platform::DebugModule::walk(frames.data(), frames.size());
+    while (found == frames.size()) { // the stack's own end is the only limit
+        frames.resize(frames.size() * 4);
+        found = platform::DebugModule::walk(frames.data(), frames.size());
+    }
+    auto* stack = new CallStack;
+    for (std::size_t i = 0; i < found; ++i)
+        stack->push(frames[i]);
+    return stack;
+}
+
+// Frames are read as plain memory within the bounds of the stack, which a sanitizer takes for a stray access.
+__attribute__((noinline, no_sanitize("address", "thread"))) CallStack* CallStack::getCallStack_fast()
+{
+    auto* stack = new CallStack;
+    const platform::StackBounds bounds = platform::currentStackBounds();
+    constexpr std::size_t word = sizeof(std::uintptr_t);
+    auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    // A frame holds the caller's frame pointer and the return address. A stack grows down: the chain must
+    // rise.
+    while (frame >= bounds.lowest && frame <= bounds.highest - 2 * word && frame % word == 0) {
+        const auto* words = reinterpret_cast<const std::uintptr_t*>(frame);
+        const std::uintptr_t next = words[0];
+        if (next <= frame || words[1] == 0)
+            break;
+        stack->push(words[1]);
+        frame = next;
+    }
+    return stack;
+}
+
+void CallStack::dump(Callback& callback) const
+{
+    DebugHelper::getDebugHelper();
+    callback.report("Call Stack:");
+    for (unsigned int i = 0; i < _count; ++i) {
+        const unsigned long address = (*this)[i];
+        const platform::SourcePlace place = platform::DebugModule::place(address);
+        if (place.file != nullptr && isCaptureFrame(place.file))
+            continue;
+        const char* function = place.function != nullptr ? place.function : "(Function name unavailable)";
+        char line[lineCapacity];
+        if (place.file != nullptr && place.line > 0)
+            std::snprintf(line, sizeof line, "    %s (%d): %s", place.file, place.line, function);
+        else
+            std::snprintf(line, sizeof line, "    0x%.8lX (File and line number not available): %s", address,
+                          function);
+        callback.report(line);
+    }
+}
+
+void DumpCallStack_VS::report(const char* line) { std::fprintf(stderr, "\n%s", line); }
+
+void DumpCallStack_Console::report(const char* line) { std::printf("\n%s", line); }
+
+void DumpCallStack_Log::report(const char* line)
+{
+    const String text = StringConvert(line);
+    Log::debug(L"%s", text.getBuffer());
+}
+
+DebugHelper::DebugHelper()
+    : _loaded(platform::DebugModule::isLoaded())
+{
+    if (!_loaded) {
+        std::printf("DebugHelper: Unable to load dbghelp.dll.");
+        return;
+    }
+    for (std::size_t i = 0; i < std::size(platform::DebugModule::entryPointNames); ++i) {
+        if (!platform::DebugModule::hasEntryPoint(i))
+            std::printf(
+                "DebugHelper: The procedure entry point %s could not be located in the dynamic link library "
+                "dbghelp.dll.",
+                platform::DebugModule::entryPointNames[i]);
+    }
+}
+
+const DebugHelper& DebugHelper::getDebugHelper()
+{
+    alignas(
+        DebugHelper) static unsigned char storage[sizeof(DebugHelper)]; // a late dump may still ask for it
+    static const DebugHelper* helper = new (storage) DebugHelper;
+    return *helper;
+}
+
+} // namespace orvi

@@ -1,0 +1,32 @@
+#include "Guard.h"
+
+#include <orvi/core/Encoding.h>
+#include <orvi/core/Exception.h>
+#include <orvi/core/Log.h>
+#include <orvi/core/Unknown.h>
+
+#include <cxxabi.h>
+#include <exception>
+
+namespace orvi {
+
+unsigned long runGuarded(void (*step)(void*), void* argument)
+{
+    try {
+        step(argument);
+        return 0;
+    } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
+        throw;
+    } catch (const Exception& exception) {
+        exception.report();
+    } catch (const std::exception& exception) {
+        Log::error(L"System: a tick threw %s: %S", typeName(typeid(exception)).getBuffer(), exception.what());
+    } catch (...) {
+        const std::type_info* type = abi::__cxa_current_exception_type();
+        Log::error(L"System: a tick threw %s",
+                   type != nullptr ? typeName(*type).getBuffer() : L"a foreign exception");
+    }
+    return thrownObjectCode;
+}
+
+} // namespace orvi

@@ -1,0 +1,144 @@
+#include <orvi/core/Unknown.h>
+
+#include <orvi/core/Console.h>
+#include <orvi/core/Encoding.h>
+#include <orvi/core/Log.h>
+
+#include "Immortal.h"
+
+#include <cstdlib>
+#include <cxxabi.h>
+#include <map>
+#include <memory>
+#include <mutex>
+
+namespace orvi {
+
+namespace {
+
+using Creator = Unknown::RtFactory::Creator;
+
+struct Registry {
+    std::recursive_mutex mutex; // recursive for the sample that a creator makes during registration
+    std::map<String, Creator> names;
+    std::map<unsigned int, Creator> ids;
+};
+
+Registry& registry()
+{
+    // Classes of other modules join before our own statics and leave after them: never destroyed.
+    static Immortal<Registry> registry;
+    return *registry;
+}
+
+/** Two builds of one class met: the same creator, registered twice. */
+void reportSecondSetup(const Unknown& first, const Unknown& second)
+{
+    const String firstType = typeName(typeid(first));
+    const String secondType = typeName(typeid(second));
+    if (firstType != secondType) {
+        Log::error(L"RTTI: (%s) setup collision! has setup(%s)", firstType.getBuffer(),
+                   secondType.getBuffer());
+    } else if (String(first.getClassTimestamp()) != second.getClassTimestamp()) {
+        constexpr unsigned int yellow = 14, grey = 7;
+        Console::setTextAttribute(yellow);
+        Console::output(L"\nRTTI: (%s) has been setup!", first.getClassName().getBuffer());
+        Console::setTextAttribute(grey);
+    }
+}
+
+template <class Map, class Key>
+Handle_T<Unknown> create(const Map& map, const Key& key)
+{
+    Registry& classes = registry();
+    Creator creator = nullptr;
+    {
+        const std::lock_guard guard(classes.mutex);
+        const auto found = map.find(key);
+        if (found == map.end())
+            return {};
+        creator = found->second;
+    }
+    return creator();
+}
+
+} // namespace
+
+bool Unknown::RtFactory::setupCreator(Creator creator)
+{
+    Registry& classes = registry();
+    const std::lock_guard guard(classes.mutex);
+    const Handle_T<Unknown> sample = creator();
+    const String name = sample->getClassName();
+    const unsigned int id = sample->getClassId();
+    const auto named = classes.names.find(name);
+    const auto identified = classes.ids.find(id);
+    const bool nameIsNew = named == classes.names.end();
+    const bool idIsNew = identified == classes.ids.end();
+    if (nameIsNew && idIsNew) {
+        classes.names.emplace(name, creator);
+        classes.ids.emplace(id, creator);
+        return true;
+    }
+    if (nameIsNew)
+        Log::error(L"RTTI: (%s) setup error! ClassId(%d)", name.getBuffer(), id);
+    else if (idIsNew || named->second != creator || identified->second != creator)
+        Log::error(L"RTTI: (%s) setup error!", name.getBuffer());
+    else
+        reportSecondSetup(*sample, *creator());
+    return false;
+}
+
+void Unknown::RtFactory::unsetupCreator(const String& name)
+{
+    Registry& classes = registry();
+    const std::lock_guard guard(classes.mutex);
+    classes.names.erase(name);
+    classes.ids.erase(ClassType(name).getClassId());
+}
+
+Unknown::Handle_T<Unknown> Unknown::RtFactory::createClassInstance(const String& name)
+{
+    return create(registry().names, name);
+}
+
+Unknown::Handle_T<Unknown> Unknown::RtFactory::createClassInstance(unsigned int id)
+{
+    return create(registry().ids, id);
+}
+
+void Unknown::RtFactory::getRtClassNames(std::vector<String>& names)
+{
+    Registry& classes = registry();
+    const std::lock_guard guard(classes.mutex);
+    names.clear();
+    names.reserve(classes.names.size());
+    for (const auto& entry : classes.names)
+        names.push_back(entry.first);
+}
+
+Unknown::ClassType::ClassType(const String& name)
+    : _name(name)
+    , _id(computeClassId(StringHelper::wideToUtf8(name)))
+{}
+
+void Unknown::ClassType::setClass(const Unknown* object)
+{
+    _name = object != nullptr ? object->getClassName() : String();
+    _id = object != nullptr ? object->getClassId() : 0;
+}
+
+Unknown::Handle_T<Unknown> Unknown::ClassType::createInstance() const
+{
+    return RtFactory::createClassInstance(_name);
+}
+
+String typeName(const std::type_info& type)
+{
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> readable(
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
+    return StringHelper::utf8ToWide(status == 0 ? readable.get() : type.name());
+}
+
+} // namespace orvi

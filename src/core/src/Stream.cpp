@@ -1,0 +1,203 @@
+#include <orvi/core/Stream.h>
+
+#include <orvi/core/Encoding.h>
+#include <orvi/core/Exception.h>
+#include <orvi/core/Varint.h>
+
+#include "StringAccess.h"
+
+#include <utility>
+
+namespace orvi {
+
+namespace {
+
+constexpr char objectTag = 'O';
+constexpr char nullTag = 'o';
+
+// Bodies call back into the operators: without a bound, a few bytes of input for each level would eat the
+// stack.
+constexpr int maxObjectDepth = 1024;
+constinit thread_local int t_objectDepth = 0;
+
+class ObjectLevel {
+public:
+    ObjectLevel() noexcept { ++t_objectDepth; }
+    ~ObjectLevel() { --t_objectDepth; }
+    ObjectLevel(const ObjectLevel&) = delete;
+    ObjectLevel& operator=(const ObjectLevel&) = delete;
+    bool isTooDeep() const noexcept { return t_objectDepth > maxObjectDepth; }
+};
+
+String formatted(const wchar_t* format, const wchar_t* type)
+{
+    String text;
+    text.format(format, type);
+    return text;
+}
+
+void readText(InputStream& is, String_T<char>& text)
+{
+    Varint length;
+    is >> length;
+    const int size = length;
+    String_T<char> fresh;
+    char* room = nullptr;
+    if (size >= 0 && size <= is.available())
+        room = StringAccess<char>::prepare(fresh, static_cast<std::size_t>(size));
+    if (room == nullptr || (size > 0 && is.read(room, size) != size))
+        THROW_EXCEPTION(-1, L"TyIs& operator >>(TyIs&, String&)");
+    text = std::move(fresh);
+}
+
+void readText(InputStream& is, String& text)
+{
+    String_T<char> utf8;
+    readText(is, utf8);
+    String wide = StringHelper::utf8ToWide(utf8);
+    if (wide.isEmpty() && *utf8.getBuffer() != 0) // no memory
+        THROW_EXCEPTION(-1, L"TyIs& operator >>(TyIs&, String&)");
+    text = std::move(wide);
+}
+
+void readText(InputStream& is, String_T<unsigned char>& text)
+{
+    String_T<char> utf8;
+    readText(is, utf8);
+    text = StringHelper::utf8ToAnsi(utf8);
+}
+
+void writeText(OutputStream& os, const String_T<char>& text)
+{
+    const int size = text.getBufferLength() - 1;
+    os << Varint(size);
+    if (size > 0 && os.write(text.getBuffer(), size) != size)
+        THROW_EXCEPTION(-1, L"TyOs& operator <<(TyOs&, const String&)");
+}
+
+void writeText(OutputStream& os, const String& text)
+{
+    const String_T<char> utf8 = StringHelper::wideToUtf8(text);
+    if (utf8.isEmpty() && *text.getBuffer() != 0) // no memory
+        THROW_EXCEPTION(-1, L"TyOs& operator <<(TyOs&, const String&)");
+    writeText(os, utf8);
+}
+
+void writeText(OutputStream& os, const String_T<unsigned char>& text)
+{
+    writeText(os, StringHelper::ansiToUtf8(text));
+}
+
+} // namespace
+
+bool InputStream::attach(Input* input)
+{
+    _input = input;
+    return true;
+}
+
+Unknown::Handle_T<Input> InputStream::detach() { return std::move(_input); }
+
+int InputStream::peek(void* buffer, int size) const { return _input->peek(buffer, size); }
+
+bool OutputStream::attach(Output* output)
+{
+    _output = output;
+    return true;
+}
+
+Unknown::Handle_T<Output> OutputStream::detach() { return std::move(_output); }
+
+void binary::readScalar(InputStream& is, void* value, int size, const wchar_t* type)
+{
+    if (is.read(value, size) != size)
+        THROW_EXCEPTION(-1, formatted(L"orvi::InputStream& operator>>(orvi::InputStream &is,%s &i)", type));
+}
+
+void binary::writeScalar(OutputStream& os, const void* value, int size, const wchar_t* type)
+{
+    if (os.write(value, size) != size)
+        THROW_EXCEPTION(
+            -1, formatted(L"orvi::OutputStream& operator<<(orvi::OutputStream &os, const %s &i)", type));
+}
+
+bool binary::readObjectHead(InputStream& is, Unknown::Handle_T<Unknown>& object, const std::type_info& type)
+{
+    char tag = 0;
+    is >> tag;
+    if (tag == nullTag)
+        return false;
+    if (tag != objectTag)
+        THROW_EXCEPTION(-1, formatted(L"TyIs& operator >>(TyIs &,%s::Handle &) Error!", typeName(type)));
+    unsigned int classId = 0;
+    is >> classId;
+    object = Unknown::RtFactory::createClassInstance(classId);
+    return true;
+}
+
+void binary::readObjectBody(InputStream& is, Unknown* object, const std::type_info& type)
+{
+    const ObjectLevel level;
+    if (object == nullptr)
+        THROW_EXCEPTION(-1, formatted(L"TyIs& operator >>(TyIs &,%s::Handle &)", typeName(type)));
+    if (level.isTooDeep())
+        THROW_EXCEPTION(-1, formatted(L"TyIs& operator >>(TyIs &,%s::Handle &) Error!", typeName(type)));
+    object->importFrom(is);
+}
+
+void binary::writeObject(OutputStream& os, const Unknown* object, const std::type_info& type)
+{
+    if (object == nullptr) {
+        os << nullTag;
+        return;
+    }
+    const ObjectLevel level;
+    if (level.isTooDeep())
+        THROW_EXCEPTION(-1,
+                        formatted(L"TyOs& operator <<(TyOs &,const %s::Handle &) Error!", typeName(type)));
+    os << objectTag << object->getClassId();
+    object->exportTo(os);
+}
+
+template <class T>
+InputStream& operator>>(InputStream& is, String_T<T>& text)
+{
+    readText(is, text);
+    return is;
+}
+
+template <class T>
+OutputStream& operator<<(OutputStream& os, const String_T<T>& text)
+{
+    writeText(os, text);
+    return os;
+}
+
+template InputStream& operator>>(InputStream& is, String_T<wchar_t>& text);
+template InputStream& operator>>(InputStream& is, String_T<char>& text);
+template InputStream& operator>>(InputStream& is, String_T<unsigned char>& text);
+template OutputStream& operator<<(OutputStream& os, const String_T<wchar_t>& text);
+template OutputStream& operator<<(OutputStream& os, const String_T<char>& text);
+template OutputStream& operator<<(OutputStream& os, const String_T<unsigned char>& text);
+
+OutputStream& operator<<(OutputStream& os, InputStream& is)
+{
+    constexpr int maxEmptyAnswers = 16; // in a row, from a source that goes on announcing bytes
+    constexpr const wchar_t* failure = L"OutputStream& operator <<(OutputStream &,InputStream &)";
+    char piece[8192];
+    int emptyAnswers = 0;
+    int available = 0;
+    while ((available = is.available()) > 0) {
+        const int size = is.read(piece, static_cast<int>(sizeof piece));
+        emptyAnswers = size == 0 ? emptyAnswers + 1 : 0;
+        if (size < 0 || size > static_cast<int>(sizeof piece) || emptyAnswers == maxEmptyAnswers)
+            THROW_EXCEPTION(-1, failure);
+        if (size > 0 && os.write(piece, size) != size)
+            THROW_EXCEPTION(-1, failure);
+    }
+    if (available < 0)
+        THROW_EXCEPTION(-1, failure);
+    return os;
+}
+
+} // namespace orvi

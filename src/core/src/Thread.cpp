@@ -1,0 +1,146 @@
+#include <orvi/core/Thread.h>
+
+#include "platform/ThreadInfo.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+namespace orvi {
+
+/** One run of a system. Starter, thread and those who wait for the end share it. */
+struct Thread::Run {
+    explicit Run(System* toRun)
+        : system(toRun)
+    {}
+
+    /** Waits for the end of the thread. One waiter joins it, the others wait for that one. */
+    void join()
+    {
+        std::unique_lock lock(mutex);
+        if (threadId == platform::currentThreadId())
+            return;
+        if (!worker.joinable()) {
+            ended.wait(lock, [this] { return hasEnded; });
+            return;
+        }
+        std::thread joined = std::move(worker);
+        lock.unlock();
+        joined.join();
+        lock.lock();
+        hasEnded = true;
+        ended.notify_all();
+    }
+
+    const Handle_T<System> system;
+    const Handle_T<Semaphore> started = Semaphore::createInstance();
+
+    std::mutex mutex; // guards what follows; after the Thread's own
+    std::condition_variable ended;
+    std::thread worker;     // empty once somebody joins it, or it went unwatched
+    Handle_T<Thread> owner; // on its way to the thread
+    bool isWanted = true;   // false: the starter has given up
+    bool hasEnded = false;
+    unsigned long threadId = 0;
+};
+
+Thread::Thread() = default;
+
+Thread::~Thread() = default;
+
+Unknown::Handle_T<Thread> Thread::createInstance() { return new Thread; }
+
+bool Thread::start(System* system)
+{
+    if (system == nullptr || !system->load())
+        return false;
+    const auto run = std::make_shared<Run>(system);
+    if (launch(run))
+        return true;
+    system->unload(); // changes something only if it was shut down meanwhile
+    return false;
+}
+
+bool Thread::launch(const std::shared_ptr<Run>& run)
+{
+    {
+        const MutexGuard guard(_mutex);
+        if (_run != nullptr)
+            return false;
+        const std::lock_guard runGuard(run->mutex); // the thread waits until its record is complete
+        try {
+            run->worker = std::thread(&Thread::main, run);
+        } catch (const std::system_error&) {
+            return false;
+        }
+        run->owner = this;
+        _run = run;
+    }
+
+    constexpr unsigned int mostMillisToStart = 60000;
+    if (run->started->wait(mostMillisToStart, false))
+        return true;
+    {
+        const std::lock_guard runGuard(run->mutex);
+        if (run->threadId != 0)
+            return true; // it has come to life just now
+        run->isWanted = false;
+        run->owner.setNull();
+        run->worker.detach();
+    }
+    const MutexGuard guard(_mutex);
+    _run.reset();
+    return false;
+}
+
+void Thread::main(const std::shared_ptr<Run>& run)
+{
+    Handle_T<Thread> self;
+    {
+        const std::lock_guard guard(run->mutex);
+        if (!run->isWanted)
+            return;
+        run->threadId = platform::currentThreadId();
+        self = std::move(run->owner);
+    }
+    run->started->signal();
+    run->system->start();
+    run->system->unload();
+    {
+        const MutexGuard guard(self->_mutex);
+        self->_run.reset();
+    }
+    self.setNull();
+
+    const std::lock_guard guard(run->mutex);
+    if (run->worker.joinable()) { // nobody waits
+        run->worker.detach();
+        run->hasEnded = true;
+        run->ended.notify_all();
+    }
+}
+
+bool Thread::shutdown()
+{
+    std::shared_ptr<Run> run;
+    {
+        const MutexGuard guard(_mutex);
+        run = _run;
+    }
+    if (run != nullptr) {
+        run->system->shutdown();
+        run->join();
+    }
+    return true;
+}
+
+Unknown::Handle_T<System> Thread::getSystem() const
+{
+    const MutexGuard guard(_mutex);
+    return _run != nullptr ? _run->system : Handle_T<System>();
+}
+
+unsigned long Thread::getCurrentThreadId() { return platform::currentThreadId(); }
+
+} // namespace orvi
