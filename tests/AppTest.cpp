@@ -1,0 +1,283 @@
+#include "TextPrinting.h"
+
+#include "RecordingLog.h"
+
+#include <orvi/core/Core.h>
+
+#include <thread>
+#include <vector>
+
+using orvi::App;
+using orvi::AppBox;
+using orvi::AppPipe;
+using orvi::Handle_T;
+using orvi::String;
+using orvi::System;
+
+namespace {
+
+/** Answers to a few commands; gentle with the processor. */
+class TestBox : public AppBox {
+public:
+    static Handle_T<AppBox> create(const wchar_t* appName, const wchar_t* parameters)
+    {
+        return new TestBox(appName, parameters);
+    }
+
+    bool init() override { return AppBox::init() && orvi::Yield::createInstance()->start(this); }
+
+    bool docmd(AppPipe* pipe, wchar_t** argv, int argc) override
+    {
+        const String command(argv[0]);
+        if (command == L"echo") {
+            for (int i = 1; i < argc; ++i)
+                pipe->write(argv[i]);
+            return true;
+        }
+        if (command == L"parameters")
+            return pipe->write(getParameters());
+        if (command == L"throw") {
+            pipe->write(L"before");
+            THROW_EXCEPTION(-1, L"a command failed");
+        }
+        if (command == L"leave") // the command's own pipe, while it is being served
+            removePipe(pipe);
+        if (command == L"end")
+            shutdown();
+        return command == L"leave" || command == L"end";
+    }
+
+protected:
+    using AppBox::AppBox;
+};
+
+Handle_T<AppBox> createPlain(const wchar_t* appName, const wchar_t* parameters)
+{
+    const Handle_T<AppBox> box = AppBox::createInstance(appName, parameters);
+    return box;
+}
+
+Handle_T<AppBox> createNone(const wchar_t*, const wchar_t*) { return {}; }
+
+/** Ends within its first pass. */
+class ShortBox : public AppBox {
+public:
+    static Handle_T<AppBox> create(const wchar_t* appName, const wchar_t* parameters)
+    {
+        return new ShortBox(appName, parameters);
+    }
+    bool init() override
+    {
+        shutdown();
+        return AppBox::init();
+    }
+
+protected:
+    using AppBox::AppBox;
+};
+
+/** Reads until the text `last` comes, and gives everything up to it. */
+std::vector<String> readUntil(App* app, const wchar_t* last)
+{
+    std::vector<String> texts;
+    String text;
+    while (texts.empty() || texts.back() != last) {
+        if (app->getPipe()->read(text))
+            texts.push_back(text);
+        else
+            std::this_thread::yield();
+    }
+    return texts;
+}
+
+std::vector<String> command(App* app, const wchar_t* line, const wchar_t* last)
+{
+    app->getPipe()->write(L"$COMMAND " + String(line));
+    return readUntil(app, last);
+}
+
+using Texts = std::vector<String>;
+
+struct Kinds {
+    Kinds()
+    {
+        orvi::setUpApp(L"test", TestBox::create);
+        orvi::setUpApp(L"plain", createPlain);
+        orvi::setUpApp(L"none", createNone);
+        orvi::setUpApp(L"short", ShortBox::create);
+    }
+} g_kinds;
+
+} // namespace
+
+TEST_CASE("kinds of applications are registered once for a name")
+{
+    CHECK(orvi::setUpApp(L"once", TestBox::create));
+    CHECK(orvi::setUpApp(L"once", TestBox::create));
+    CHECK(!orvi::setUpApp(L"once", createPlain));
+    orvi::tearDownApp(L"once");
+    orvi::tearDownApp(L"once");
+    CHECK(orvi::startApp(L"once", L"x", L"").isNull());
+    CHECK(orvi::getApp(L"x").isNull());
+    CHECK(orvi::startApp(L"none", L"x", L"").isNull());
+    CHECK(orvi::getApp(L"x").isNull());
+    orvi::exitApp(nullptr);
+}
+
+TEST_CASE("every row of the protocol")
+{
+    const RecordingLog log;
+    const Handle_T<App> app = orvi::startApp(L"test", L"rows", L"a b");
+    REQUIRE(!app.isNull());
+    CHECK(readUntil(app, L"$HELLO") == Texts{L"$HELLO"});
+    CHECK(command(app, L"echo one \"two words\" \\\"", L"$END OK") ==
+          Texts{L"$BEGIN echo", L"one", L"two words", L"\"", L"$END OK"});
+    CHECK(command(app, L"echo \x0416\xD83D\xDE00", L"$END OK") ==
+          Texts{L"$BEGIN echo", L"\x0416\xD83D\xDE00", L"$END OK"});
+    CHECK(command(app, L"parameters", L"$END OK") == Texts{L"$BEGIN parameters", L"a b", L"$END OK"});
+    CHECK(command(app, L"unknown", L"$NOTHING") == Texts{L"$BEGIN unknown", L"$END FAILED", L"$NOTHING"});
+    CHECK(command(app, L"", L"$NOTHING") == Texts{L"$BEGIN ", L"$END FAILED", L"$NOTHING"});
+    CHECK(command(app, L"throw", L"$END FAILED") == Texts{L"$BEGIN throw", L"before", L"$END FAILED"});
+    REQUIRE(log.lines().size() == 1);
+    CHECK(log.lines()[0].text == L"a command failed");
+    for (const wchar_t* text : {L"$COMMAND", L"$command echo", L"anything"}) {
+        app->getPipe()->write(text);
+        CHECK(readUntil(app, L"$NOTHING") == Texts{L"$NOTHING"});
+    }
+    orvi::exitApp(app);
+    CHECK(readUntil(app, L"$BYE") == Texts{L"$BYE"});
+    CHECK(orvi::getApp(L"rows").isNull());
+}
+
+TEST_CASE("a plain box fails every command")
+{
+    const Handle_T<App> app = orvi::startApp(L"plain", L"plain", L"");
+    readUntil(app, L"$HELLO");
+    CHECK(command(app, L"x", L"$NOTHING") == Texts{L"$BEGIN x", L"$END FAILED", L"$NOTHING"});
+    orvi::exitApp(app);
+}
+
+TEST_CASE("two clients of one box get their own answers, and both a farewell")
+{
+    const Handle_T<App> first = orvi::startApp(L"test", L"shared", L"");
+    const Handle_T<App> second = orvi::getApp(L"shared");
+    REQUIRE(!second.isNull());
+    CHECK(second->getAppBox() == first->getAppBox());
+    CHECK(second->getPipe() != first->getPipe());
+    first->getPipe()->write(L"$COMMAND echo 1");
+    second->getPipe()->write(L"$COMMAND echo 2");
+    CHECK(readUntil(first, L"$END OK") == Texts{L"$HELLO", L"$BEGIN echo", L"1", L"$END OK"});
+    CHECK(readUntil(second, L"$END OK") == Texts{L"$HELLO", L"$BEGIN echo", L"2", L"$END OK"});
+    first->getPipe()->write(L"$COMMAND end");
+    CHECK(readUntil(second, L"$BYE") == Texts{L"$BYE"});
+    CHECK(readUntil(first, L"$BYE") == Texts{L"$BEGIN end", L"$END OK", L"$BYE"});
+    orvi::exitApp(first);
+}
+
+TEST_CASE("a box lives without its first client, and a client without its box")
+{
+    {
+        const Handle_T<App> vanishing = orvi::startApp(L"test", L"lonely", L"");
+        vanishing->getPipe()->write(L"$COMMAND echo nobody reads this");
+    }
+    Handle_T<App> app = orvi::getApp(L"lonely");
+    REQUIRE(!app.isNull());
+    CHECK(command(app, L"leave", L"$BYE") == Texts{L"$HELLO", L"$BEGIN leave", L"$END OK", L"$BYE"});
+    app = orvi::getApp(L"lonely");
+    orvi::exitApp(app);
+    CHECK(readUntil(app, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
+    app->getPipe()->write(L"$COMMAND echo"); // goes nowhere, harms nobody
+
+    // A client of a box that has ended is told so.
+    const Handle_T<App> late = App::createInstance(app->getThread(), app->getAppBox());
+    CHECK(readUntil(late, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
+}
+
+TEST_CASE("a box that ends by itself leaves no dead entry behind")
+{
+    for (int round = 0; round < 200; ++round) {
+        const Handle_T<App> app = orvi::startApp(L"short", L"brief", L"");
+        REQUIRE(!app.isNull());
+        CHECK(readUntil(app, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
+        app->getThread()->shutdown();
+        CHECK(orvi::getApp(L"brief").isNull());
+    }
+}
+
+TEST_CASE("a name used twice: the second is found, both run, the first to end frees the name")
+{
+    const Handle_T<App> first = orvi::startApp(L"test", L"twice", L"1");
+    const Handle_T<App> second = orvi::startApp(L"test", L"twice", L"2");
+    CHECK(orvi::getApp(L"twice")->getAppBox() == second->getAppBox());
+    command(first, L"parameters", L"$END OK");
+    orvi::exitApp(first);
+    CHECK(orvi::getApp(L"twice").isNull());
+    command(second, L"parameters", L"$END OK");
+    orvi::exitApp(second);
+}
+
+TEST_CASE("bad bytes on a pipe are reported and do not disturb the box")
+{
+    using orvi::Mutex;
+    using orvi::SharedPtr;
+    const RecordingLog log;
+    const auto input = orvi::MemoryStream::createInstance();
+    const auto output = orvi::MemoryStream::createInstance();
+    const SharedPtr<Mutex> inputMutex(new Mutex), outputMutex(new Mutex);
+    const auto pipe = AppPipe::createInstance(input, inputMutex, output, outputMutex);
+    String text(L"before");
+    CHECK(!pipe->read(text));
+    const unsigned char hostile[] = {0xFE, 0xFF, 0xFF, 0xFF, 0x0F, 'x'}; // a text of 2147483647 bytes
+    input->write(hostile, sizeof hostile);
+    CHECK(!pipe->read(text));
+    CHECK(text == L"before");
+    CHECK(log.lines().size() == 1);
+}
+
+TEST_CASE("a thousand applications start, answer and end")
+{
+    std::vector<Handle_T<App>> apps;
+    for (int i = 0; i < 1000; ++i) {
+        String name;
+        name.format(L"app %d", i);
+        apps.push_back(orvi::startApp(L"test", name, name));
+        REQUIRE(!apps.back().isNull());
+        apps.back()->getPipe()->write(L"$COMMAND parameters");
+    }
+    for (const auto& app : apps)
+        CHECK(readUntil(app, L"$END OK")[2] == app->getAppBox()->getAppName());
+    for (const auto& app : apps)
+        app->getAppBox()->shutdown();
+    for (const auto& app : apps) {
+        orvi::exitApp(app);
+        CHECK(readUntil(app, L"$BYE").size() == 1);
+    }
+}
+
+TEST_CASE("many clients on few boxes, coming and going")
+{
+    const wchar_t* const names[] = {L"busy 0", L"busy 1", L"busy 2"};
+    std::vector<Handle_T<App>> boxes;
+    for (const wchar_t* name : names)
+        boxes.push_back(orvi::startApp(L"test", name, L""));
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 8; ++client) {
+        clients.emplace_back([&, client] {
+            for (int visit = 0; visit < 10; ++visit) {
+                const Handle_T<App> app = orvi::getApp(names[(client + visit) % 3]);
+                String line;
+                for (int i = 0; i < 5; ++i) {
+                    line.format(L"echo %d-%d-%d", client, visit, i);
+                    const Texts texts = command(app, line, L"$END OK");
+                    CHECK(texts[texts.size() - 2] == line.getBuffer() + 5);
+                }
+            }
+        });
+    }
+    for (auto& client : clients)
+        client.join();
+    for (const auto& box : boxes) {
+        orvi::exitApp(box);
+        CHECK(readUntil(box, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
+    }
+}
