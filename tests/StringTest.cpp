@@ -1,5 +1,7 @@
 #include "TextPrinting.h"
 
+#include "RecordingLog.h"
+
 #include <orvi/core/Core.h>
 
 #include <random>
@@ -221,13 +223,10 @@ TEST_CASE("remove and replace go left to right, never twice")
         int count;
         const wchar_t* expected;
     } rows[] = {
-        {L"aaa", L"aa", L"", 1, L"a"},
-        {L"aaaa", L"aa", L"b", 2, L"bb"},
-        {L"ab", L"b", L"bb", 1, L"abb"},
-        {L"abc", L"", L"x", 0, L"abc"},
-        {L"abc", L"z", L"x", 0, L"abc"},
-        {L"xyx", L"x", L"y", 2, L"yyy"},
-        {L"one two one", L"one", L"three", 2, L"three two three"},
+        {L"aaa", L"aa", L"", 1, L"a"},   {L"aaaa", L"aa", L"b", 2, L"bb"},
+        {L"ab", L"b", L"bb", 1, L"abb"}, {L"abc", L"", L"x", 0, L"abc"},
+        {L"abc", L"z", L"x", 0, L"abc"}, {L"abab", L"b", nullptr, 2, L"aa"},
+        {L"xyx", L"x", L"y", 2, L"yyy"}, {L"one two one", L"one", L"three", 2, L"three two three"},
     };
     for (const auto& row : rows) {
         CAPTURE(row.text);
@@ -249,6 +248,17 @@ TEST_CASE("long needles that repeat themselves are found as the slow way finds t
         if (round % 3 == 0)
             needle += 'a';
         CHECK(Utf8(text.c_str()).find(needle.c_str()) == static_cast<int>(text.find(needle)));
+    }
+}
+
+TEST_CASE("a wide text is measured to its NUL wherever it starts")
+{
+    for (std::size_t start = 0; start < 9; ++start) {
+        for (std::size_t size = 0; size < 40; ++size) {
+            std::vector<wchar_t> units(start + size + 1, L'a');
+            units.back() = 0;
+            CHECK(orvi::stringLength(units.data() + start) == static_cast<int>(size));
+        }
     }
 }
 
@@ -295,6 +305,17 @@ TEST_CASE("format follows the conventions of the Windows runtime at both widths"
     CHECK(text.getLength() == 300);
     text.format(L"100%%");
     CHECK(text == L"100%");
+}
+
+TEST_CASE(
+    "a text larger than its length could tell is not made, the log says so, and the string keeps its own")
+{
+    const RecordingLog log;
+    Utf8 text("kept");
+    CHECK(text.format("%2147483647d", 1) == 0);
+    CHECK(text == "kept");
+    REQUIRE(log.lines().size() == 1);
+    CHECK(log.lines()[0].text == L"Allocate memory(2147483660) error!");
 }
 
 TEST_CASE("strings share their blocks across threads")

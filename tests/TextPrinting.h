@@ -3,7 +3,7 @@
 
 #include <orvi/core/Encoding.h>
 
-/** Lets a failed check show wide and narrow strings and literals as text. */
+/** Lets a failed check show strings, literals and labels as text. */
 namespace doctest {
 
 template <>
@@ -23,6 +23,10 @@ struct StringMaker<wchar_t[N]> {
     {
         return orvi::StringHelper::wideToUtf8(text).getBuffer();
     }
+};
+template <>
+struct StringMaker<const char*> { // else the label of a row would be shown as an address
+    static doctest::String convert(const char* text) { return text; }
 };
 template <>
 struct StringMaker<const wchar_t*> {

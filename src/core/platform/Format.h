@@ -18,7 +18,8 @@ namespace orvi::platform {
    I64 j z t w`; plain and `l` follow the C types of this platform
     (`long` has 64 bits); `e E f F g G a A` with an optional `L`; `p` is upper-case hexadecimal at pointer
    width without a prefix. The decimal point is "." whatever the locale. `%n` writes nothing and consumes its
-   argument. An unknown conversion is copied as it stands. Sizes beyond what an int holds saturate. */
+   argument. An unknown conversion is copied as it stands. Sizes beyond what an int holds saturate. A null
+    `format` is an empty one. */
 template <class T>
 std::size_t formatText(T* target, std::size_t capacity, const T* format, std::va_list arguments);
 

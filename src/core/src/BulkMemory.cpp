@@ -1,6 +1,5 @@
 #include <orvi/core/String.h>
 
-#include <atomic>
 #include <cstring>
 
 namespace orvi {
@@ -15,13 +14,13 @@ void* fill(void* target, int value, unsigned int size) { return std::memset(targ
 
 void* resolveCopy(void* target, const void* source, unsigned int size)
 {
-    std::atomic_ref(__memcpy__).store(copy, std::memory_order_relaxed);
+    __memcpy__ = copy;
     return copy(target, source, size);
 }
 
 void* resolveFill(void* target, int value, unsigned int size)
 {
-    std::atomic_ref(__memset__).store(fill, std::memory_order_relaxed);
+    __memset__ = fill;
     return fill(target, value, size);
 }
 
@@ -29,5 +28,21 @@ void* resolveFill(void* target, int value, unsigned int size)
 
 void* (*__memcpy__)(void*, const void*, unsigned int) = resolveCopy;
 void* (*__memset__)(void*, int, unsigned int) = resolveFill;
+
+namespace {
+
+/** Makes the first calls, so that threads never do and only read the pointers. */
+bool resolve()
+{
+    char byte = 0;
+    const char source = 0;
+    __memcpy__(&byte, &source, 1);
+    __memset__(&byte, 0, 1);
+    return true;
+}
+
+const bool g_resolved = resolve();
+
+} // namespace
 
 } // namespace orvi

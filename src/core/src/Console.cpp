@@ -77,8 +77,6 @@ void Console::free() { ConsoleDevice::detach(); }
 
 void Console::output(const wchar_t* format, ...)
 {
-    if (format == nullptr)
-        return;
     std::va_list arguments;
     va_start(arguments, format);
     if (!outputFromStack<1024>(format, arguments) && !outputFromStack<32768>(format, arguments))

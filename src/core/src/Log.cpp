@@ -64,9 +64,10 @@ void deliver(LogState& log, Call call)
         ~Busy() { _flag = false; }
         bool& _flag;
     } busy(log.busy);
-    for (LogListener* listener : log.listeners) {
+    // By index: a listener that registers or removes one in spite of the rule leaves no dangling iterator.
+    for (std::size_t i = 0; i < log.listeners.size(); ++i) {
         try {
-            call(*listener);
+            call(*log.listeners[i]);
         } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
             throw;
         } catch (...) {
@@ -74,15 +75,11 @@ void deliver(LogState& log, Call call)
     }
 }
 
-void deliverText(Slot slot, const wchar_t* format, std::va_list arguments)
+/** A function of its own, so that without a listener nobody pays for the large buffer, whose frame would reach
+    into untouched pages of the stack. */
+[[gnu::noinline]] void formatAndDeliver(LogState& log, Slot slot, const wchar_t* format,
+                                        std::va_list arguments)
 {
-    LogState& log = state();
-    if (!log.hasListeners.load(std::memory_order_acquire))
-        return;
-    const std::lock_guard guard(log.mutex);
-    if (log.busy || log.listeners.empty())
-        return;
-
     constexpr std::size_t stackCapacity = 32768;
     wchar_t stackText[stackCapacity];
     const wchar_t* text = stackText;
@@ -99,6 +96,16 @@ void deliverText(Slot slot, const wchar_t* format, std::va_list arguments)
         text = heapText.get();
     }
     deliver(log, [&](LogListener& listener) { (listener.*slot)(text); });
+}
+
+void deliverText(Slot slot, const wchar_t* format, std::va_list arguments)
+{
+    LogState& log = state();
+    if (!log.hasListeners.load(std::memory_order_acquire))
+        return;
+    const std::lock_guard guard(log.mutex);
+    if (!log.busy && !log.listeners.empty())
+        formatAndDeliver(log, slot, format, arguments);
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <vector>
 
 // g++ follows the shared empty block to a free that its count never lets happen.
@@ -90,7 +91,11 @@ private:
     // The failure table of Knuth, Morris and Pratt: _borders[i] elements still match after a mismatch at i.
     void prepare()
     {
-        _borders.assign(_size + 1, 0);
+        try {
+            _borders.assign(_size + 1, 0);
+        } catch (const std::bad_alloc&) {
+            return; // the plain way needs no memory
+        }
         for (std::size_t i = 1, border = 0; i < _size; ++i) {
             while (border > 0 && _text[i] != _text[border])
                 border = _borders[border];
@@ -357,8 +362,7 @@ int String_T<T>::insert(int pos, int ch)
 template <class T>
 int String_T<T>::remove(const T* needle)
 {
-    static constexpr T nothing[1] = {};
-    return replace(needle, nothing);
+    return replace(needle, emptyText());
 }
 
 template <class T>
@@ -393,7 +397,9 @@ int String_T<T>::replace(const T* needleText, const T* replacement)
     const std::size_t hits = needle.count(_text);
     if (hits == 0)
         return 0;
-    const std::size_t size = replacement != nullptr ? text::length(replacement) : 0;
+    if (replacement == nullptr)
+        replacement = emptyText();
+    const std::size_t size = text::length(replacement);
     const T* end = _text + elementCount();
     const auto isOwn = [&](const T* text) { return text >= _text && text <= end; };
     if (size == needle.size() && !getData()->isShared() && !isOwn(needleText) && !isOwn(replacement)) {

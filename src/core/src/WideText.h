@@ -1,8 +1,11 @@
 #pragma once
+#include "platform/WideScan.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 /** The few functions on NUL-terminated text that the library needs at every width. Those of the C library
    take a wchar_t of 32 bits, so none of them is used. */
@@ -11,14 +14,10 @@ namespace orvi::text {
 template <class T>
 std::size_t length(const T* text)
 {
-    if constexpr (sizeof(T) == 1) {
+    if constexpr (sizeof(T) == 1)
         return std::strlen(reinterpret_cast<const char*>(text));
-    } else {
-        const T* end = text;
-        while (*end != 0)
-            ++end;
-        return static_cast<std::size_t>(end - text);
-    }
+    else
+        return platform::scanWide(text, 0, SIZE_MAX);
 }
 
 /** -1, 0 or 1 by unsigned elements up to the first NUL. */

@@ -113,11 +113,13 @@ bool ConsoleDevice::isTerminal() { return ::isatty(STDOUT_FILENO) == 1; }
 void ConsoleDevice::write(const char* bytes, std::size_t size)
 {
     BrokenPipeGuard guard;
+    const int callersError = errno;
     errno = 0;
     const bool flushed = std::fflush(stdout) == 0 || errno != EPIPE;
     const bool written = writeAll(bytes, size) || errno != EPIPE;
     if (!flushed || !written)
         guard.setRaised();
+    errno = callersError; // a program may print first and ask why something failed then
 }
 
 bool ConsoleDevice::getSize(int& columns, int& rows)

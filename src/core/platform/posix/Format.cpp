@@ -1,9 +1,9 @@
 #include "../Format.h"
 
+#include "../WideScan.h"
 #include "FloatText.h"
 #include "FormatSink.h"
 #include "FormatSpec.h"
-#include "WideScan.h"
 
 #include <charconv>
 #include <cstdint>
@@ -385,7 +385,7 @@ private:
 template <class T>
 std::size_t formatText(T* target, std::size_t capacity, const T* format, std::va_list arguments)
 {
-    return Formatter<T>(target, capacity, arguments).format(format);
+    return format != nullptr ? Formatter<T>(target, capacity, arguments).format(format) : 0;
 }
 
 template std::size_t formatText(wchar_t*, std::size_t, const wchar_t*, std::va_list);

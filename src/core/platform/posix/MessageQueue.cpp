@@ -8,12 +8,14 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace orvi::platform {
 
 namespace {
 
 struct Queue {
+    const unsigned long threadId = currentThreadId(); // kept: the child of a fork has another one
     std::mutex mutex;
     std::deque<std::function<void()>> messages;
     std::atomic<bool> hasMessages = false; // the loop looks here before it takes the lock
@@ -39,11 +41,11 @@ thread_local Queue* t_queue = nullptr;
 MessageQueue::MessageQueue()
 {
     if (t_queue == nullptr) {
-        auto queue = std::make_shared<Queue>();
-        t_queue = queue.get();
+        const auto queue = std::make_shared<Queue>();
         Queues& all = queues();
         const std::lock_guard guard(all.mutex);
-        all.byThread[currentThreadId()] = std::move(queue);
+        all.byThread[queue->threadId] = queue;
+        t_queue = queue.get();
     }
     ++t_queue->loops;
 }
@@ -53,13 +55,11 @@ MessageQueue::~MessageQueue()
     close();
     if (--t_queue->loops > 0)
         return;
-    t_queue = nullptr;
+    const unsigned long threadId = std::exchange(t_queue, nullptr)->threadId;
     Queues& all = queues();
-    std::shared_ptr<Queue> last; // messages that nobody dispatched go without the lock
+    decltype(all.byThread)::node_type last; // messages that nobody dispatched go without the lock
     const std::lock_guard guard(all.mutex);
-    const auto own = all.byThread.find(currentThreadId());
-    last = std::move(own->second);
-    all.byThread.erase(own);
+    last = all.byThread.extract(threadId);
 }
 
 bool MessageQueue::close()

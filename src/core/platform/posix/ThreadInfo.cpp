@@ -1,24 +1,12 @@
 #include "platform/ThreadInfo.h"
 
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace orvi::platform {
 
-unsigned long currentThreadId()
-{
-    // gettid is a system call of some 100 ns. The child of a fork is another thread with another id; its
-    // parent's cached one would be wrong, so the process is part of what is remembered.
-    static thread_local pid_t process = 0;
-    static thread_local unsigned long id = 0;
-    const pid_t current = getpid();
-    if (process != current) {
-        id = static_cast<unsigned long>(syscall(SYS_gettid));
-        process = current;
-    }
-    return id;
-}
+// Not remembered: the child of a fork is another thread, and to notice that takes a system call, too.
+unsigned long currentThreadId() { return static_cast<unsigned long>(gettid()); }
 
 StackBounds currentStackBounds()
 {

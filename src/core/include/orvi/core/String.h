@@ -282,7 +282,7 @@ ORVI_API int charToString(char* buffer, int ch);
 ORVI_API int charToString(unsigned char* buffer, int ch);
 
 /** The library's bulk copy and fill, with the results of memcpy and memset. They choose their implementation
-    at the first call. */
+    at the first call, which happens when the library is loaded. */
 extern ORVI_API void* (*__memcpy__)(void* target, const void* source, unsigned int size);
 extern ORVI_API void* (*__memset__)(void* target, int value, unsigned int size);
 

@@ -1,5 +1,5 @@
-#pragma once
-#include <cstddef>
+#include "../WideScan.h"
+
 #include <cstdint>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -7,12 +7,10 @@
 
 namespace orvi::platform {
 
-/** The number of units of `text` before the first one that is 0 or `other`, at most `limit`.
-
-    Whole aligned blocks are read, so up to 14 bytes behind the end of the text, but never another page; that
-    is hidden from the sanitizers. Measured: 20 GB/s, unit by unit 7 GB/s. */
-__attribute__((no_sanitize("address", "thread"), noinline)) inline std::size_t
-scanWide(const wchar_t* text, wchar_t other, std::size_t limit)
+// Whole aligned blocks are read, so up to 14 bytes behind the end of the text, but never another page; that is
+// hidden from the sanitizers. Measured: 15 GB/s, unit by unit 2 to 5 GB/s; even at 8 units.
+__attribute__((no_sanitize("address", "thread"))) std::size_t scanWide(const wchar_t* text, wchar_t other,
+                                                                       std::size_t limit)
 {
     std::size_t at = 0;
 #if defined(__SSE2__)
