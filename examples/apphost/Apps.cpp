@@ -1,0 +1,16 @@
+#include "Apps.h"
+
+namespace apphost {
+
+std::span<const AppKind> appKinds()
+{
+    static constexpr AppKind kinds[] = {
+        {L"files", createFilesBox, L"the directory that relative paths start from"},
+        {L"time", createTimeBox, L"the zone in which times are shown, such as Etc/GMT-8"},
+        {L"classes", createClassesBox, L""},
+        {L"counter", createCounterBox, L"the milliseconds between two counts"},
+    };
+    return kinds;
+}
+
+} // namespace apphost

@@ -1,0 +1,35 @@
+#include "CommandBox.h"
+
+#include <orvi/core/Exception.h>
+#include <orvi/core/Tick.h>
+
+#include <utility>
+
+namespace apphost {
+
+using orvi::String;
+
+CommandBox::CommandBox(const String& appName, const String& parameters, std::vector<Command> commands)
+    : AppBox(appName, parameters)
+    , _commands(std::move(commands))
+{}
+
+bool CommandBox::init()
+{
+    // The loop never blocks by itself: without this task it would keep a processor busy.
+    return AppBox::init() && orvi::Yield::createInstance()->start(this);
+}
+
+bool CommandBox::docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc)
+{
+    const Call call(argv, argc, [pipe](const String& text) { pipe->write(text); });
+    try {
+        return _commands.run(call);
+    } catch (const orvi::Exception& exception) {
+        // The box would catch it as well, but only the log would know why the command failed.
+        exception.report();
+        return call.fail(L"exception: %s", exception.description());
+    }
+}
+
+} // namespace apphost

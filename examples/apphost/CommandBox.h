@@ -1,0 +1,30 @@
+#pragma once
+#include "Commands.h"
+
+#include <orvi/core/App.h>
+
+namespace apphost {
+
+/** An application with a table of commands: what the four applications have in common. A subclass gives the
+    table, and one method for each of its rows:
+
+        TimeBox(const String& appName, const String& parameters)
+            : CommandBox(appName, parameters, {{L"now", L"", L"the time", 0, 0, method(this, &TimeBox::now)}})
+
+    Methods run on the box's own thread, one after the other: the state of a box needs no lock. */
+class CommandBox : public orvi::AppBox {
+public:
+    bool init() override;
+    bool docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc) override;
+
+protected:
+    CommandBox(const orvi::String& appName, const orvi::String& parameters, std::vector<Command> commands);
+
+    /** Whether somebody has asked the box to end: long work looks here and gives up. */
+    bool isEnding() const { return getState() != STATE_RUNNING; }
+
+private:
+    CommandTable _commands;
+};
+
+} // namespace apphost

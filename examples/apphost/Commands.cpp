@@ -1,0 +1,118 @@
+#include "Commands.h"
+
+#include <orvi/core/Encoding.h>
+
+#include <charconv>
+#include <cstdarg>
+#include <utility>
+
+namespace apphost {
+
+using orvi::String;
+
+namespace {
+
+constexpr wchar_t helpLine[] = L"%-32s %s";
+
+String nameAndUsage(const Command& command)
+{
+    return *command.usage != 0 ? String(command.name) + L" " + command.usage : String(command.name);
+}
+
+} // namespace
+
+Call::Call(wchar_t** words, int count, Answer answer)
+    : _words(words)
+    , _count(count)
+    , _answer(std::move(answer))
+{}
+
+String Call::rest(int index) const
+{
+    String text;
+    for (int i = index; i < _count; ++i) {
+        if (i > index)
+            text += L" ";
+        text += _words[i];
+    }
+    return text;
+}
+
+void Call::say(const wchar_t* format, ...) const
+{
+    String text;
+    std::va_list values;
+    va_start(values, format);
+    text.vprintf(format, values);
+    va_end(values);
+    _answer(text);
+}
+
+bool Call::fail(const wchar_t* format, ...) const
+{
+    String text;
+    std::va_list values;
+    va_start(values, format);
+    text.vprintf(format, values);
+    va_end(values);
+    _answer(text);
+    return false;
+}
+
+CommandTable::CommandTable(std::vector<Command> commands, std::vector<const wchar_t*> notes)
+    : _commands(std::move(commands))
+    , _notes(std::move(notes))
+{
+    _commands.push_back({L"help", L"[COMMAND]", L"this list, or one line of it", 0, 1,
+                         [this](const Call& call) { return help(call); }});
+}
+
+const Command* CommandTable::find(const String& name) const
+{
+    for (const Command& command : _commands) {
+        if (name == command.name)
+            return &command;
+    }
+    return nullptr;
+}
+
+bool CommandTable::contains(const String& name) const { return find(name) != nullptr; }
+
+bool CommandTable::run(const Call& call) const
+{
+    const Command* command = find(call[0]);
+    if (command == nullptr)
+        return call.fail(L"no command '%s' here: help lists them", call[0]);
+    if (call.arguments() < command->leastArguments || call.arguments() > command->mostArguments)
+        return call.fail(L"usage: %s", nameAndUsage(*command).getBuffer());
+    return command->run(call);
+}
+
+bool CommandTable::help(const Call& call) const
+{
+    if (call.arguments() == 1) {
+        const Command* command = find(call[1]);
+        if (command == nullptr)
+            return call.fail(L"no command '%s' here: help lists them", call[1]);
+        call.say(helpLine, nameAndUsage(*command).getBuffer(), command->purpose);
+        return true;
+    }
+    for (const Command& command : _commands)
+        call.say(helpLine, nameAndUsage(command).getBuffer(), command.purpose);
+    for (const wchar_t* note : _notes)
+        call.say(L"%s", note);
+    return true;
+}
+
+std::optional<long long> parseNumber(const wchar_t* text, int base)
+{
+    const orvi::String_T<char> digits = orvi::StringHelper::wideToUtf8(text);
+    const char* const end = digits.getBuffer() + digits.getBufferLength() - 1;
+    long long number = 0;
+    const auto [stopped, error] = std::from_chars(digits.getBuffer(), end, number, base);
+    if (error != std::errc() || stopped != end)
+        return std::nullopt;
+    return number;
+}
+
+} // namespace apphost

@@ -1,0 +1,96 @@
+/** Applications inside one process, and a command line over them: see --help. */
+
+#include "Apps.h"
+#include "Host.h"
+#include "Interrupt.h"
+#include "LineReader.h"
+#include "LogPrinter.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <optional>
+#include <string_view>
+
+namespace {
+
+constexpr char usage[] = R"(usage: apphost [--bare] [--log] [SCRIPT]
+
+Runs four small applications, each on a thread of its own, and passes lines to
+them as commands. The lines come from the file SCRIPT or else from the standard
+input, be it a terminal or a pipe. Try "time now", "files help" or "help".
+
+  --bare   start no application: "start KIND" does
+  --log    show the library's log on the standard error output
+  --help   show this text
+
+The exit status is 0 when all commands did what they should, 1 when one failed,
+2 for a wrong call of this program.
+)";
+
+enum Status { allFine = 0, someFailed = 1, wrongUsage = 2 };
+
+struct Options {
+    bool help = false;
+    bool bare = false;
+    bool log = false;
+    const char* script = nullptr;
+};
+
+/** False for a wrong call. */
+bool parseOptions(int argc, char** argv, Options& options)
+{
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "--help" || argument == "-h")
+            options.help = true;
+        else if (argument == "--bare")
+            options.bare = true;
+        else if (argument == "--log")
+            options.log = true;
+        else if (argument.starts_with("-") || options.script != nullptr)
+            return false;
+        else
+            options.script = argv[i];
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    if (!parseOptions(argc, argv, options)) {
+        std::fputs(usage, stderr);
+        return wrongUsage;
+    }
+    if (options.help) {
+        std::fputs(usage, stdout);
+        return allFine;
+    }
+    int input = 0;
+    if (options.script != nullptr)
+        input = open(options.script, O_RDONLY | O_CLOEXEC);
+    if (input < 0) {
+        std::fprintf(stderr, "apphost: cannot open '%s': %s\n", options.script, std::strerror(errno));
+        return wrongUsage;
+    }
+
+    tzset(); // the library leaves the choice of a time zone to the program
+    apphost::catchInterrupts();
+    std::optional<apphost::LogPrinter> log;
+    if (options.log)
+        log.emplace();
+    for (const apphost::AppKind& kind : apphost::appKinds())
+        orvi::setUpApp(kind.name, kind.factory);
+
+    apphost::LineReader reader(input);
+    apphost::Host host;
+    if (!options.bare)
+        host.startAllKinds();
+    host.run(reader);
+    return host.allFine() ? allFine : someFailed;
+}
