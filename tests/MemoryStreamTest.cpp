@@ -371,8 +371,7 @@ TEST_CASE("without a directory for its file a stream goes on in memory")
 
 TEST_CASE("child: outlives the library's store" * doctest::skip())
 {
-    // Goes when the process ends, behind the clean-ups of the library, which ran before those of this program
-    // only if they were registered later: the store is made after this object.
+    // Both go after the store, which is made last. With the store closed, the late writer finds room in memory only.
     static struct {
         Handle_T<MemoryStream> stream = MemoryStream::createInstance();
     } holder;

@@ -51,7 +51,6 @@ void CallStack::push(unsigned long address)
     if (_top == blockSize) {
         _current->next = new Block;
         _current = _current->next;
-        _capacity += blockSize;
         _top = 0;
     }
     _current->frames[_top++] = address;
@@ -108,7 +107,7 @@ __attribute__((noinline, no_sanitize("address", "thread"))) CallStack* CallStack
     auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     // A frame holds the caller's frame pointer and the return address. A stack grows down: the chain must
     // rise.
-    while (frame >= bounds.lowest && frame <= bounds.highest - 2 * word && frame % word == 0) {
+    while (frame >= bounds.lowest && frame + 2 * word <= bounds.highest && frame % word == 0) {
         const auto* words = reinterpret_cast<const std::uintptr_t*>(frame);
         const std::uintptr_t next = words[0];
         if (next <= frame || words[1] == 0)
@@ -123,8 +122,11 @@ void CallStack::dump(Callback& callback) const
 {
     DebugHelper::getDebugHelper();
     callback.report("Call Stack:");
+    const Block* block = &_first;
     for (unsigned int i = 0; i < _count; ++i) {
-        const unsigned long address = (*this)[i];
+        if (i > 0 && i % blockSize == 0)
+            block = block->next;
+        const unsigned long address = block->frames[i % blockSize];
         const platform::SourcePlace place = platform::DebugModule::place(address);
         if (place.file != nullptr && isCaptureFrame(place.file))
             continue;

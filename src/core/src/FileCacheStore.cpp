@@ -15,8 +15,7 @@ namespace orvi {
 
 namespace {
 
-/** A temporary file that its own name does not outlive: it is gone with the process, however that ends. Null
- * on failure. */
+/** A temporary file without a name: it is gone with the process, however that ends. Null on failure. */
 Handle_T<File> openNamelessFile()
 {
     const Handle_T<File> file = File::createInstance();

@@ -19,8 +19,8 @@ public:
     /** Made on first use, and never destroyed: streams may live longer than the library's static objects. */
     static FileCacheStore& instance();
 
-    /** Stores a whole page in a free place, which becomes the caller's; gives its offset in the file.
-     * `noPlace` on failure. */
+    /** Stores a whole page in a free place, which becomes the caller's; gives its offset in the file, or
+        `noPlace`. */
     int put(const void* page);
     /** Copies up to `size` bytes from `offset` on; negative on failure. */
     int get(int offset, void* buffer, int size);

@@ -67,7 +67,7 @@ Handle_T<Unknown> create(const Map& map, const Key& key)
 bool Unknown::RtFactory::setupCreator(Creator creator)
 {
     Registry& classes = registry();
-    const std::lock_guard guard(classes.mutex);
+    std::unique_lock lock(classes.mutex);
     const Handle_T<Unknown> sample = creator();
     const String name = sample->getClassName();
     const unsigned int id = sample->getClassId();
@@ -80,12 +80,16 @@ bool Unknown::RtFactory::setupCreator(Creator creator)
         classes.ids.emplace(id, creator);
         return true;
     }
-    if (nameIsNew)
-        Log::error(L"RTTI: (%s) setup error! ClassId(%d)", name.getBuffer(), id);
-    else if (idIsNew || named->second != creator || identified->second != creator)
-        Log::error(L"RTTI: (%s) setup error!", name.getBuffer());
-    else
+    const bool isKnown = !nameIsNew && !idIsNew && named->second == creator && identified->second == creator;
+
+    // A listener of the log may use the registry, and is called with the log's lock held.
+    lock.unlock();
+    if (isKnown)
         reportSecondSetup(*sample, *creator());
+    else if (nameIsNew)
+        Log::error(L"RTTI: (%s) setup error! ClassId(%d)", name.getBuffer(), id);
+    else
+        Log::error(L"RTTI: (%s) setup error!", name.getBuffer());
     return false;
 }
 

@@ -33,8 +33,7 @@ public:
     StreamPage* link(StreamPage* page) noexcept { return std::exchange(_next, page); }
 
     void addReference() noexcept { _references.fetch_add(1, std::memory_order_relaxed); }
-    /** Drops a reference; pages that nobody holds any more go, with as many behind them as nobody holds
-     * either. */
+    /** Drops a reference; a page that nobody holds any more goes, and so on down the chain. */
     static void release(StreamPage* page) noexcept;
 
 protected:

@@ -27,6 +27,20 @@ public:
     unsigned int sleepTime = 0;
 };
 
+/** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
+   the loop ends: what still waits runs then. */
+struct System::PostedClosures {
+    platform::MessageQueue queue;
+
+    ~PostedClosures()
+    {
+        bool dispatched = queue.close();
+        while (dispatched)
+            runGuarded([](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
+                       &dispatched);
+    }
+};
+
 /** A pass under way, also one that an exception ends. */
 struct System::Pass {
     explicit Pass(int& passes)
@@ -52,21 +66,16 @@ void System::unload() { advance(STATE_STOPPING, STATE_UNLOADED); }
 
 void System::start()
 {
-    // Who sees the id may post at once.
-    platform::MessageQueue messages;
-    _runThreadId = platform::currentThreadId();
-    if (!advance(STATE_LOADED, STATE_STARTING))
-        return;
-    if (init() && advance(STATE_INITIALISED, STATE_RUNNING))
-        run();
-    advance(STATE_RUNNING, STATE_STOPPING);
-    advance(STATE_INITIALISED, STATE_STOPPING);
-
-    // Whoever was told that his closure runs can rely on it, and on finding the system still whole.
-    bool dispatched = messages.close();
-    while (dispatched)
-        runGuarded([](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
-                   &dispatched);
+    {
+        const PostedClosures posted; // there before the id: who sees that may post at once
+        _runThreadId = platform::currentThreadId();
+        if (!advance(STATE_LOADED, STATE_STARTING))
+            return;
+        if (init() && advance(STATE_INITIALISED, STATE_RUNNING))
+            run();
+        advance(STATE_RUNNING, STATE_STOPPING);
+        advance(STATE_INITIALISED, STATE_STOPPING);
+    } // the last closures find the system still whole
     exit();
 }
 

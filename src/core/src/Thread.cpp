@@ -33,6 +33,17 @@ struct Thread::Run {
         ended.notify_all();
     }
 
+    /** The thread ends with nobody waiting, or will never begin; under the lock. Who comes later does not wait
+        for it. */
+    void letGo()
+    {
+        if (!worker.joinable())
+            return;
+        worker.detach();
+        hasEnded = true;
+        ended.notify_all();
+    }
+
     const Handle_T<System> system;
     const Handle_T<Semaphore> started = Semaphore::createInstance();
 
@@ -87,7 +98,7 @@ bool Thread::launch(const std::shared_ptr<Run>& run)
             return true; // it has come to life just now
         run->isWanted = false;
         run->owner.setNull();
-        run->worker.detach();
+        run->letGo();
     }
     const MutexGuard guard(_mutex);
     _run.reset();
@@ -114,11 +125,7 @@ void Thread::main(const std::shared_ptr<Run>& run)
     self.setNull();
 
     const std::lock_guard guard(run->mutex);
-    if (run->worker.joinable()) { // nobody waits
-        run->worker.detach();
-        run->hasEnded = true;
-        run->ended.notify_all();
-    }
+    run->letGo();
 }
 
 bool Thread::shutdown()

@@ -47,7 +47,6 @@ private:
     void push(unsigned long address);
 
     std::atomic<unsigned int> _references = 1;
-    unsigned int _capacity = blockSize;
     unsigned int _count = 0;
     Block _first; // stacks of up to 32 frames are one allocation
     Block* _current = &_first;

@@ -48,8 +48,8 @@ public:
     /** The name given to open(); empty while the file is closed. */
     const String& getFileName() const noexcept { return _fileName; }
     bool isInvalid() const noexcept { return _stream == nullptr; }
-    /** Whether a read met the end, which tells a short count at the end from a failed one; until the position
-     * is set. */
+    /** Whether a read met the end, which tells a short count there from a failed one; until the position is
+        set. */
     bool eof() const noexcept;
     /** The text for the calling thread's errno, such as "ENOENT: No such file or directory." */
     static const wchar_t* getLastError();

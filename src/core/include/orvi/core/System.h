@@ -80,6 +80,7 @@ protected:
     ~System() override;
 
 private:
+    struct PostedClosures;
     struct Pass;
 
     bool advance(EState from, EState to) noexcept;

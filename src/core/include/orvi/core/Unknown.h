@@ -26,6 +26,7 @@ public:
     class Handle_T;
     class ClassType;
     class RtFactory;
+    class Membership;
 
     /** The time stamp of the build, as "Mon Jun 27 09:58:45 2022": the same for all classes of one build. */
     virtual const wchar_t* getClassTimestamp() const;
@@ -67,6 +68,7 @@ protected:
 
 private:
     static Handle_T<Unknown> rtCreateInstance_();
+    static const Membership g_membership_;
 
     void addRef() const noexcept { _references.fetch_add(1); }
     void release() const noexcept
@@ -118,6 +120,12 @@ public:
         Handle_T(object).swap(*this);
         return *this;
     }
+    template <class U>
+    Handle_T& operator=(const Handle_T<U>& other) noexcept
+    {
+        Handle_T(other).swap(*this);
+        return *this;
+    }
 
     T* operator->() const noexcept { return _object; }
     T& operator*() const noexcept { return *_object; }
@@ -159,11 +167,13 @@ template <class T>
 class SharedPtr {
 public:
     SharedPtr() noexcept = default;
-    /** Takes the object over. */
-    explicit SharedPtr(T* object)
+    /** Takes the object over: it must come from `new` and have no owner yet. */
+    SharedPtr(T* object)
         : _object(object)
         , _reference(object != nullptr ? new Reference(object) : nullptr)
     {}
+    template <class U>
+    SharedPtr(const SharedPtr<U>&) = delete; // by way of the plain pointer it would get a second owner
 
     T* operator->() const noexcept { return _object; }
     T& operator*() const noexcept { return *_object; }
@@ -242,28 +252,39 @@ public:
     static Handle_T<Unknown> createClassInstance(unsigned int id);
     /** Fills `names` with all registered names, sorted. */
     static void getRtClassNames(std::vector<String>& names);
-
-    /** Registers at construction and takes the class out again at destruction: at the end of the module
-        that it stands in. */
-    class Membership {
-    public:
-        Membership(bool joined, const String& name)
-            : _joined(joined)
-            , _name(name)
-        {}
-        ~Membership()
-        {
-            if (_joined)
-                unsetupCreator(_name);
-        }
-        Membership(const Membership&) = delete;
-        Membership& operator=(const Membership&) = delete;
-
-    private:
-        bool _joined;
-        String _name;
-    };
 };
+
+/** The membership of one class in the registry: ends with the module that the class stands in. */
+class ORVI_API Unknown::Membership {
+public:
+    Membership(bool joined, const String& name)
+        : _joined(joined)
+        , _name(name)
+    {}
+    ~Membership()
+    {
+        if (_joined)
+            RtFactory::unsetupCreator(_name);
+    }
+    Membership(const Membership&) = delete;
+    Membership& operator=(const Membership&) = delete;
+
+private:
+    bool _joined;
+    String _name;
+};
+
+/** The name without the namespaces and classes that qualify it. */
+template <class C>
+constexpr const C* plainClassName(const C* name)
+{
+    const C* plain = name;
+    for (; *name != 0; ++name) {
+        if (*name == ':')
+            plain = name + 1;
+    }
+    return plain;
+}
 
 /** The language's name of a type, readable where the compiler can make it so. */
 ORVI_API String typeName(const std::type_info& type);
@@ -281,6 +302,7 @@ ORVI_API String typeName(const std::type_info& type);
             static unsigned int getClassId_();
             ... overrides of getClassTimestamp, getClassName, getClassId, rtCreateInstance ...
         private:
+            static const Unknown::Membership g_membership_;
             static Handle_T<Unknown> rtCreateInstance_();  */
 #define ORVI_DECLARE_CLASS(Class)                                                   \
 public:                                                                             \
@@ -298,29 +320,30 @@ public:                                                                         
     }                                                                               \
                                                                                     \
 private:                                                                            \
+    static const ::orvi::Unknown::Membership g_membership_;                         \
     static ::orvi::Unknown::Handle_T<::orvi::Unknown> rtCreateInstance_()
 
 #ifndef ORVI_CLASS_TIMESTAMP
 #define ORVI_CLASS_TIMESTAMP (L"" __TIMESTAMP__)
 #endif
 
-/** Completes ORVI_DECLARE_CLASS in one source, inside the namespace of the class: registers the class when
-   the module is loaded and takes it out when the module goes. */
+/** Completes ORVI_DECLARE_CLASS in one source: registers the class when the module is loaded and takes it out
+   when the module goes. `Class` may be qualified, as in Outer::Inner; the registered name is the plain one.
+ */
 #define ORVI_DEFINE_CLASS(Class)                                                     \
     const wchar_t* Class::getClassTimestamp() const { return ORVI_CLASS_TIMESTAMP; } \
     ORVI_DEFINE_CLASS_IDENTITY(Class)
 
 /** The part of ORVI_DEFINE_CLASS that Unknown itself uses too. */
-#define ORVI_DEFINE_CLASS_IDENTITY(Class)                                                             \
-    const ::orvi::String& Class::getClassName_()                                                      \
-    {                                                                                                 \
-        static const ::orvi::String name(                                                             \
-            L## #Class); /* may be asked before g_className_ has had its turn */                      \
-        return name;                                                                                  \
-    }                                                                                                 \
-    ::orvi::Unknown::Handle_T<::orvi::Unknown> Class::rtCreateInstance_() { return new Class; }       \
-    const ::orvi::String Class::g_className_(getClassName_());                                        \
-    constinit const unsigned int Class::g_classId_ = ::orvi::computeClassId(#Class);                  \
-    const bool Class::g_setUpCreator_ = ::orvi::Unknown::RtFactory::setupCreator(rtCreateInstance_);  \
-    static const ::orvi::Unknown::RtFactory::Membership g_membershipOf##Class(Class::g_setUpCreator_, \
-                                                                              Class::g_className_)
+#define ORVI_DEFINE_CLASS_IDENTITY(Class)                                                                    \
+    const ::orvi::String& Class::getClassName_()                                                             \
+    {                                                                                                        \
+        static const ::orvi::String name(                                                                    \
+            ::orvi::plainClassName(L## #Class)); /* may be asked before g_className_ has had its turn */     \
+        return name;                                                                                         \
+    }                                                                                                        \
+    ::orvi::Unknown::Handle_T<::orvi::Unknown> Class::rtCreateInstance_() { return new Class; }              \
+    const ::orvi::String Class::g_className_(getClassName_());                                               \
+    constinit const unsigned int Class::g_classId_ = ::orvi::computeClassId(::orvi::plainClassName(#Class)); \
+    const bool Class::g_setUpCreator_ = ::orvi::Unknown::RtFactory::setupCreator(rtCreateInstance_);         \
+    const ::orvi::Unknown::Membership Class::g_membership_(g_setUpCreator_, g_className_)
