@@ -45,8 +45,8 @@ wchar_t* encodeGroup(wchar_t* target, unsigned int bits)
 /** Writes the first `size` bytes of a group of 24 bits, as far as there is room. */
 void storeBytes(unsigned char* target, std::size_t room, unsigned int bits, std::size_t size)
 {
-    for (std::size_t i = 0; i < std::min(size, room); ++i)
-        target[i] = static_cast<unsigned char>(bits >> (16 - 8 * i));
+    for (std::size_t i = 0; i < std::min(size, room); ++i, bits <<= 8)
+        target[i] = static_cast<unsigned char>(bits >> 16);
 }
 
 /** The last group: what stands in front of the first character outside the alphabet. */

@@ -74,9 +74,9 @@ bool Buffer::convertFromHex(const String& text)
         return false;
     const wchar_t* digits = text.getBuffer();
     auto* bytes = static_cast<unsigned char*>(_data);
-    for (int i = 0; i < _size; ++i) {
-        const int high = hexValue(digits[2 * i]);
-        const int low = hexValue(digits[2 * i + 1]);
+    for (int i = 0; i < _size; ++i, digits += 2) {
+        const int high = hexValue(digits[0]);
+        const int low = hexValue(digits[1]);
         if (high < 0 || low < 0)
             return false;
         bytes[i] = static_cast<unsigned char>(high << 4 | low);

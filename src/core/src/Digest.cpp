@@ -123,7 +123,7 @@ void MD5Final(unsigned char digest[16], MD5Context* context)
     const std::size_t pad = (filled < lengthPlace ? lengthPlace : blockSize + lengthPlace) - filled;
     MD5Update(context, padding, static_cast<unsigned int>(pad));
     MD5Update(context, length, sizeof length);
-    for (int i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i)
         storeWord(digest + 4 * i, context->state[i]);
 }
 

@@ -53,7 +53,7 @@ String_T<Target> convertText(int codePage, const Source* source)
 template <class Number>
 String numberText(Number value)
 {
-    char digits[24];
+    char digits[24] = {};
     const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
     String text;
     if (wchar_t* room = StringAccess<wchar_t>::prepare(text, static_cast<std::size_t>(end - digits)))

@@ -162,7 +162,7 @@ File::~File() { close(); }
 
 bool File::open(const String& fileName, int flags, int mode)
 {
-    const String name = fileName; // it may be our own, which goes now
+    const String name = fileName; // NOLINT(performance-*): it may be our own, which goes now
     close();
     if (name.isEmpty())
         return false;

@@ -151,18 +151,17 @@ template <class T>
 typename String_T<T>::StringData* String_T<T>::create(std::size_t elements)
 {
     static_assert(sizeof(StringData) == 12, "the header lies directly in front of the characters");
-    constexpr auto largest = static_cast<std::size_t>(std::numeric_limits<int>::max());
+    const std::size_t bytes = (elements + 1) * sizeof(T);
     // getBufferLength is an int: what it could not tell is not made.
     void* block = nullptr;
-    if (elements < largest / sizeof(T) - sizeof(StringData))
-        block = std::malloc(sizeof(StringData) + (elements + 1) * sizeof(T));
+    if (bytes <= static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        block = std::malloc(sizeof(StringData) + bytes);
     if (block == nullptr) {
-        Log::error(L"Allocate memory(%I64u) error!",
-                   static_cast<unsigned long long>(sizeof(StringData) + (elements + 1) * sizeof(T)));
+        Log::error(L"Allocate memory(%zu) error!", sizeof(StringData) + bytes);
         return nullptr;
     }
-    const auto bytes = static_cast<std::uint32_t>((elements + 1) * sizeof(T));
-    auto* data = new (block) StringData{bytes, sizeof(T) > 1 ? static_cast<std::int32_t>(elements) : -1, 1};
+    const int length = sizeof(T) > 1 ? static_cast<int>(elements) : -1;
+    auto* data = new (block) StringData{static_cast<std::uint32_t>(bytes), length, 1};
     textOf(data)[elements] = 0;
     return data;
 }
@@ -170,7 +169,7 @@ typename String_T<T>::StringData* String_T<T>::create(std::size_t elements)
 template <class T>
 void String_T<T>::destroy(StringData* data) noexcept
 {
-    std::free(data);
+    std::free(data); // NOLINT(clang-analyzer-unix.Malloc): as at the top of this file
 }
 
 template <class T>
