@@ -1,5 +1,7 @@
 #include "TextPrinting.h"
 
+#include "RecordingLog.h"
+
 #include <orvi/core/Core.h>
 
 #include <algorithm>
@@ -79,6 +81,14 @@ TEST_CASE("handles convert up, down and not at all")
     CHECK(stone.isNull());
     CHECK(unknown->getReferenceCount() == 3);
     CHECK(animal == dog);
+
+    Handle_T<const Unknown> watched;
+    watched = dog;
+    CHECK(watched == unknown);
+    Handle_T<Stone> assigned = Stone::createInstance();
+    assigned = unknown;
+    CHECK(assigned.isNull());
+    CHECK(unknown->getReferenceCount() == 4);
 }
 
 TEST_CASE("handles on one object come and go in many threads")
@@ -131,13 +141,30 @@ protected:
 };
 ORVI_DEFINE_CLASS(Circle);
 
-/** Its name and that of Circle's twin differ by a swap six positions apart: one id. */
-class Twinab1 : public Unknown {
-    ORVI_DECLARE_CLASS(Twinab1);
+class Drawing : public Unknown {
+    class Layer : public Unknown {
+        ORVI_DECLARE_CLASS(Layer);
+    };
+    ORVI_DECLARE_CLASS(Drawing);
 };
-ORVI_DEFINE_CLASS(Twinab1);
+ORVI_DEFINE_CLASS(Drawing::Layer);
 
 } // namespace shapes
+ORVI_DEFINE_CLASS(shapes::Drawing);
+
+namespace {
+
+/** Of another name than Circle and of the same id, as two letters swapped six places apart would give. */
+class Impostor : public Unknown {
+public:
+    static Handle_T<Unknown> create() { return new Impostor; }
+    const String& getClassName() const override { return g_name; }
+    unsigned int getClassId() const override { return shapes::Circle::g_classId_; }
+    static const String g_name;
+};
+const String Impostor::g_name(L"Impostor");
+
+} // namespace
 
 TEST_CASE("class ids are computed from the name")
 {
@@ -150,6 +177,27 @@ TEST_CASE("class ids are computed from the name")
     CHECK(Unknown::ClassType(static_cast<Unknown*>(nullptr)).getClassName().isEmpty());
     CHECK(Event::g_classId_ == 0x0778A305);
     CHECK(Unknown::getClassId_() == 0xF528BA83);
+}
+
+TEST_CASE("a class that is nested or defined from outside its namespace has its plain name")
+{
+    for (const wchar_t* name : {L"Layer", L"Drawing"}) {
+        const Handle_T<Unknown> object = Unknown::RtFactory::createClassInstance(name);
+        REQUIRE(!object.isNull());
+        CHECK(object->getClassName() == name);
+        CHECK(object->getClassId() == Unknown::ClassType(name).getClassId());
+    }
+}
+
+TEST_CASE("a class whose id is taken is refused")
+{
+    const RecordingLog log;
+    CHECK(!Unknown::RtFactory::setupCreator(&Impostor::create));
+    CHECK(Unknown::RtFactory::createClassInstance(L"Impostor").isNull());
+    String expected;
+    expected.format(L"RTTI: (Impostor) setup error! ClassId(%d)", shapes::Circle::g_classId_);
+    REQUIRE(log.lines().size() == 1);
+    CHECK(log.lines()[0].text == expected);
 }
 
 TEST_CASE("classes are created by name and by id")

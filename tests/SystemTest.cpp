@@ -351,6 +351,20 @@ TEST_CASE("closures that still wait at the end run, also when one throws")
     CHECK(ran == 2);
 }
 
+TEST_CASE("a closure that was taken runs, also when init throws")
+{
+    const auto system = TestSystem::createInstance();
+    bool ran = false;
+    system->beforeInit = [&] {
+        CHECK(orvi::postToThread(system->getRunThreadId(), [&] { ran = true; }));
+        throw 1;
+    };
+    CHECK(system->load());
+    CHECK_THROWS_AS(system->start(), int);
+    CHECK(ran);
+    CHECK(!orvi::postToThread(system->getRunThreadId(), [] {}));
+}
+
 TEST_CASE("producers in many threads lose nothing")
 {
     const auto system = TestSystem::createInstance();

@@ -30,7 +30,7 @@ public:
 
     /** The time stamp of the build, as "Mon Jun 27 09:58:45 2022": the same for all classes of one build. */
     virtual const wchar_t* getClassTimestamp() const;
-    /** The plain class name, without a namespace. */
+    /** The plain class name, without a namespace. It goes with the static objects of the class's module. */
     virtual const String& getClassName() const;
     /** The id computed from the class name (ClassType tells how): what streams carry. */
     virtual unsigned int getClassId() const;
