@@ -41,7 +41,8 @@ public:
 
     /** Up to `size` bytes from `offset` on; 0 at the end. */
     std::ptrdiff_t read(std::int64_t offset, void* buffer, std::size_t size) const;
-    /** Up to `size` bytes to `offset`. Without a reader at the other end of a pipe: a failure, no signal. */
+    /** Up to `size` bytes to `offset`. Without a reader at the other end of a pipe, or at the process's limit
+        of file sizes: a failure, no signal. */
     std::ptrdiff_t write(std::int64_t offset, const void* data, std::size_t size) const;
     /** Up to `size` bytes behind what others have appended; stores the new end of the file. */
     std::ptrdiff_t append(const void* data, std::size_t size, std::int64_t& end) const;

@@ -62,10 +62,11 @@ Unknown::Handle_T<Yield> Yield::createInstance(unsigned int time) { return new Y
 
 void Yield::onTick(unsigned int)
 {
-    if (_time == 0)
-        std::this_thread::yield();
-    else
+    if (_time > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(_time));
+    // Behind a sleep too: the scheduler favours whoever has slept, and with hundreds of loops that did, those that
+    // work (a thread that starts the next loop, say) got no turn for seconds.
+    std::this_thread::yield();
 }
 
 } // namespace orvi

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -22,36 +23,54 @@ auto retryInterrupted(Call call)
     return result;
 }
 
-/** Keeps the signal that a pipe without a reader sends from the thread, for a scope. */
-class BrokenPipeShield {
+/** Keeps a signal that a failing write sends from the thread, for a scope: a pipe without a reader sends
+    SIGPIPE, a file at the process's limit of sizes SIGXFSZ, and both end the process. */
+class SignalShield {
 public:
-    BrokenPipeShield()
+    explicit SignalShield(int signal)
     {
         sigset_t pending;
         sigpending(&pending);
         // One that waits already is somebody else's: it stays, and a second one merges into it.
-        _ours = sigismember(&pending, SIGPIPE) == 0;
-        sigemptyset(&_brokenPipe);
-        sigaddset(&_brokenPipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &_brokenPipe, &_before);
+        _ours = sigismember(&pending, signal) == 0;
+        sigemptyset(&_signal);
+        sigaddset(&_signal, signal);
+        pthread_sigmask(SIG_BLOCK, &_signal, &_before);
     }
-    ~BrokenPipeShield()
+    ~SignalShield()
     {
         const int error = errno;
         const timespec atOnce{};
         if (_ours)
-            retryInterrupted([&] { return sigtimedwait(&_brokenPipe, nullptr, &atOnce); });
+            retryInterrupted([&] { return sigtimedwait(&_signal, nullptr, &atOnce); });
         pthread_sigmask(SIG_SETMASK, &_before, nullptr);
         errno = error;
     }
-    BrokenPipeShield(const BrokenPipeShield&) = delete;
-    BrokenPipeShield& operator=(const BrokenPipeShield&) = delete;
+    SignalShield(const SignalShield&) = delete;
+    SignalShield& operator=(const SignalShield&) = delete;
 
 private:
-    sigset_t _brokenPipe;
+    sigset_t _signal;
     sigset_t _before;
     bool _ours;
 };
+
+/** Whether the process has a limit for the sizes of its files, which any write may meet. */
+bool hasSizeLimit()
+{
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
+/** Writes to a file by `call`. The shield costs more than a look at the limit, which hardly anybody sets. */
+template <class Call>
+std::ptrdiff_t writeShielded(Call call)
+{
+    if (!hasSizeLimit())
+        return retryInterrupted(call);
+    const SignalShield shield(SIGXFSZ);
+    return retryInterrupted(call);
+}
 
 int systemFlags(const FileHandle::OpenOptions& options)
 {
@@ -133,15 +152,15 @@ std::ptrdiff_t FileHandle::read(std::int64_t offset, void* buffer, std::size_t s
 std::ptrdiff_t FileHandle::write(std::int64_t offset, const void* data, std::size_t size) const
 {
     if (_seekable)
-        return retryInterrupted([&] { return pwrite(_descriptor, data, size, offset); });
-    const BrokenPipeShield shield;
+        return writeShielded([&] { return pwrite(_descriptor, data, size, offset); });
+    const SignalShield shield(SIGPIPE);
     return retryInterrupted([&] { return ::write(_descriptor, data, size); });
 }
 
 std::ptrdiff_t FileHandle::append(const void* data, std::size_t size, std::int64_t& end) const
 {
     // Not pwrite: it would append as well, but not tell where.
-    const std::ptrdiff_t written = retryInterrupted([&] { return ::write(_descriptor, data, size); });
+    const std::ptrdiff_t written = writeShielded([&] { return ::write(_descriptor, data, size); });
     if (written >= 0)
         end = lseek(_descriptor, 0, SEEK_CUR);
     return written;

@@ -217,6 +217,7 @@ class ORVI_API Unknown::ClassType {
 public:
     ClassType() noexcept = default;
     ClassType(const Unknown* object) { setClass(object); }
+    ClassType(unsigned int id) = delete; // an id does not tell the name: see RtFactory::createClassInstance
     /** Computes the id; the class need not be registered. */
     ClassType(const String& name);
 
