@@ -4,6 +4,7 @@
 
 #include <orvi/core/Core.h>
 
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -40,6 +41,8 @@ public:
             pipe->write(L"before");
             THROW_EXCEPTION(-1, L"a command failed");
         }
+        if (command == L"throw foreign")
+            throw std::runtime_error("not one of ours");
         if (command == L"leave") // the command's own pipe, while it is being served
             removePipe(pipe);
         if (command == L"end")
@@ -138,8 +141,9 @@ TEST_CASE("every row of the protocol")
     CHECK(command(app, L"unknown", L"$NOTHING") == Texts{L"$BEGIN unknown", L"$END FAILED", L"$NOTHING"});
     CHECK(command(app, L"", L"$NOTHING") == Texts{L"$BEGIN ", L"$END FAILED", L"$NOTHING"});
     CHECK(command(app, L"throw", L"$END FAILED") == Texts{L"$BEGIN throw", L"before", L"$END FAILED"});
-    REQUIRE(log.lines().size() == 1);
-    CHECK(log.lines()[0].text == L"a command failed");
+    CHECK(command(app, L"\"throw foreign\"", L"$END FAILED") ==
+          Texts{L"$BEGIN throw foreign", L"$END FAILED"});
+    CHECK(log.count(RecordingLog::Level::Error, L"a command failed") == 1);
     for (const wchar_t* text : {L"$COMMAND", L"$command echo", L"anything"}) {
         app->getPipe()->write(text);
         CHECK(readUntil(app, L"$NOTHING") == Texts{L"$NOTHING"});
@@ -187,10 +191,6 @@ TEST_CASE("a box lives without its first client, and a client without its box")
     orvi::exitApp(app);
     CHECK(readUntil(app, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
     app->getPipe()->write(L"$COMMAND echo"); // goes nowhere, harms nobody
-
-    // A client of a box that has ended is told so.
-    const Handle_T<App> late = App::createInstance(app->getThread(), app->getAppBox());
-    CHECK(readUntil(late, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
 }
 
 TEST_CASE("a box that ends by itself leaves no dead entry behind")
@@ -202,6 +202,21 @@ TEST_CASE("a box that ends by itself leaves no dead entry behind")
         app->getThread()->shutdown();
         CHECK(orvi::getApp(L"brief").isNull());
     }
+}
+
+TEST_CASE("a box that is started again serves whoever came before its first pass")
+{
+    const Handle_T<App> first = orvi::startApp(L"test", L"again", L"");
+    orvi::exitApp(first);
+    const Handle_T<App> early = App::createInstance(first->getThread(), first->getAppBox());
+    for (int round = 0; round < 50; ++round) {
+        REQUIRE(first->getThread()->start(first->getAppBox()));
+        const Handle_T<App> app = App::createInstance(first->getThread(), first->getAppBox());
+        app->getPipe()->write(L"$COMMAND leave");
+        CHECK(readUntil(app, L"$BYE") == Texts{L"$HELLO", L"$BEGIN leave", L"$END OK", L"$BYE"});
+        orvi::exitApp(app);
+    }
+    CHECK(readUntil(early, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
 }
 
 TEST_CASE("a name used twice: the second is found, both run, the first to end frees the name")

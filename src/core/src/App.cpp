@@ -88,11 +88,6 @@ Unknown::Handle_T<AppBox> AppBox::createInstance(const String& appName, const St
 void AppBox::addPipe(AppPipe* pipe)
 {
     const MutexGuard guard(_addMutex);
-    if (_ended) {
-        pipe->write(L"$HELLO");
-        pipe->write(L"$BYE");
-        return;
-    }
     _addedPipes.emplace(pipe, pipe);
     _pipesChange = true;
 }
@@ -107,7 +102,6 @@ void AppBox::removePipe(AppPipe* pipe)
 void AppBox::addPipes()
 {
     const MutexGuard guard(_addMutex);
-    _ended = false; // a box may be started again
     for (const auto& entry : _addedPipes) {
         _pipes.insert(entry);
         entry.first->write(L"$HELLO");
@@ -127,8 +121,7 @@ void AppBox::removePipes()
 
 void AppBox::onTick(unsigned int deltaMs)
 {
-    if (_ended || _pipesChange.load()) {
-        _pipesChange = false;
+    if (_pipesChange.exchange(false)) {
         addPipes();
         removePipes();
     }
@@ -161,6 +154,9 @@ bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
         succeeded = answered = docmd(pipe, parsed, argc);
     } catch (const Exception& exception) {
         exception.report();
+    } catch (...) {
+        pipe->write(L"$END FAILED"); // a client waits for it; the rest is for the loop
+        throw;
     }
     pipe->write(succeeded ? L"$END OK" : L"$END FAILED");
     return answered;
@@ -171,12 +167,7 @@ bool AppBox::docmd(AppPipe*, wchar_t**, int) { return false; }
 void AppBox::exit()
 {
     AppTables::leave(this);
-    {
-        // From here on nobody waits for a pass that does not come.
-        const MutexGuard guard(_addMutex);
-        addPipes();
-        _ended = true;
-    }
+    addPipes();
     removePipes();
     for (const auto& entry : _pipes)
         entry.first->write(L"$BYE");

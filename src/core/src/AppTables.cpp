@@ -102,6 +102,8 @@ Unknown::Handle_T<App> startApp(const wchar_t* factoryName, const wchar_t* appNa
     const Handle_T<AppBox> box = factory(appName, parameters);
     if (box.isNull())
         return {};
+    // Before the start: a box that ends at once still greets this client and takes leave of it.
+    const Handle_T<App> client = App::createInstance(thread, box);
     bool isNew = false;
     {
         const MutexGuard guard(all.mutex);
@@ -114,7 +116,6 @@ Unknown::Handle_T<App> startApp(const wchar_t* factoryName, const wchar_t* appNa
         return {};
     }
 
-    const Handle_T<App> client = App::createInstance(thread, box);
     Handle_T<App> replaced; // goes after the lock
     const MutexGuard guard(all.mutex);
     if (all.running.count(box) > 0) { // else it has ended already, and would stay in the table for ever

@@ -18,14 +18,19 @@ namespace {
 /** A temporary file without a name: it is gone with the process, however that ends. Null on failure. */
 Handle_T<File> openNamelessFile()
 {
-    const Handle_T<File> file = File::createInstance();
-    const String name = TempFile::getTempFileName();
-    if (!file->open(name, File::readWrite | File::create, File::permitRead | File::permitWrite)) {
-        Log::error(L"Create temp file error!");
-        return Handle_T<File>();
+    try {
+        const Handle_T<File> file = File::createInstance();
+        const String name = TempFile::getTempFileName();
+        const bool opened =
+            file->open(name, File::readWrite | File::create, File::permitRead | File::permitWrite);
+        std::remove(StringHelper::wideToUtf8(name));
+        if (opened)
+            return file;
+    } catch (const std::bad_alloc&) {
+        // A stream that is short of memory gets here too, and must not throw.
     }
-    std::remove(StringHelper::wideToUtf8(name));
-    return file;
+    Log::error(L"Create temp file error!");
+    return Handle_T<File>();
 }
 
 } // namespace

@@ -43,7 +43,7 @@ private:
         client  $COMMAND <command line>
         box     $BEGIN <command word>   then whatever docmd writes to the pipe
         box     $END OK                 docmd gave true
-        box     $END FAILED             docmd gave false ("$NOTHING" follows) or threw an Exception
+        box     $END FAILED             docmd gave false ("$NOTHING" follows) or threw an exception
         box     $NOTHING                the text was no command
         box     $BYE                    the pipe has left or the box ends; always the last
 
@@ -56,8 +56,8 @@ public:
     /** The text given to startApp; its meaning is the application's own. */
     const String& getParameters() const noexcept { return _parameters; }
 
-    /** Ask for a pipe to be served, and no longer. Any thread; carried out at the start of the next pass. A
-       pipe added after the box's end gets its "$HELLO" and "$BYE" at once. */
+    /** Ask for a pipe to be served, and no longer. Any thread; carried out at the start of the next pass, or
+       at the end of the box. A pipe added after that waits until the box is started again. */
     void addPipe(AppPipe* pipe);
     void removePipe(AppPipe* pipe);
 
@@ -86,7 +86,6 @@ private:
     // Taken before the locks of the pipes.
     Mutex _addMutex;
     Pipes _addedPipes;
-    bool _ended = false; // nobody will serve what is added
     Mutex _removeMutex;
     Pipes _removedPipes;
     std::atomic<bool> _pipesChange = false; // something waits in the two maps
