@@ -45,21 +45,21 @@ public:
     {}
 
 private:
-    void describe(const Call& call, int number, const Unknown* object) const
+    void describe(const Call& call, int number, const Unknown& object) const
     {
-        const auto* note = dynamic_cast<const Note*>(object);
+        const auto* note = dynamic_cast<const Note*>(&object);
         String state;
         if (note != nullptr)
             state.format(L", '%s', '%s', written %s", note->getTitle().getBuffer(),
                          note->getText().getBuffer(),
                          orvi::Time(note->getWritten()).convertToString(true).getBuffer());
-        call.say(L"object %d: %s%s", number, object->getClassName().getBuffer(), state.getBuffer());
+        call.say(L"object %d: %s%s", number, object.getClassName().getBuffer(), state.getBuffer());
     }
 
     void keep(const Call& call, const Handle_T<Unknown>& object)
     {
         _objects[++_lastNumber] = object;
-        describe(call, _lastNumber, object);
+        describe(call, _lastNumber, *object);
     }
 
     /** The end of `_objects` when there is none of this number; the client knows. */
@@ -107,13 +107,13 @@ private:
     {
         if (call.arguments() == 0) {
             for (const auto& [number, object] : _objects)
-                describe(call, number, object);
+                describe(call, number, *object);
             return true;
         }
         const auto found = find(call);
         if (found == _objects.end())
             return false;
-        describe(call, found->first, found->second);
+        describe(call, found->first, *found->second);
         return true;
     }
 

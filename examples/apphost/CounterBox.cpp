@@ -13,7 +13,7 @@ using orvi::Tick;
 namespace {
 
 constexpr long long startPaceMs = 100;
-constexpr long long longestPaceMs = 3600 * 1000;
+constexpr long long longestPaceMs = 3'600'000; // an hour
 
 bool isPace(long long ms) { return ms >= 1 && ms <= longestPaceMs; }
 

@@ -25,8 +25,8 @@ namespace {
 
 const wchar_t ownLabel[] = L"host";
 constexpr unsigned int answerLimitMs = 30'000; // without any text
-constexpr long long longestWaitMs = 3600 * 1000;
-constexpr int idleMs = 100; // between two looks for texts while nobody types
+constexpr long long longestWaitMs = 3'600'000; // an hour
+constexpr int idleMs = 100;                    // between two looks for texts while nobody types
 
 void say(const String& text) { printLine(ownLabel, text); }
 

@@ -9,7 +9,7 @@ namespace apphost {
 /** Lines of UTF-8 from a terminal, a pipe or a file, without waiting longer than told. */
 class LineReader {
 public:
-    static constexpr std::size_t mostBytes = 64 * 1024;
+    static constexpr std::size_t mostBytes = 65536;
 
     enum class Result {
         Line,
