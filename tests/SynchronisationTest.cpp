@@ -47,9 +47,9 @@ void join(std::vector<std::thread>& threads)
         thread.join();
 }
 
-/** Steals signals from a waiter. Gives the time from the last of them to the end of the wait; 0 when
-    there was nothing to see, as the waiter was quicker, or this thread was held up for longer than the
-    waiter waits. */
+/** Steals signals from a waiter. Gives the time from the last of them to the end of the wait; 0 when there
+    was nothing to see, as the waiter was quicker, or this thread was held up for longer than the waiter
+    waits. */
 Clock::duration beatWaiter(milliseconds timeout)
 {
     const Handle_T<Semaphore> semaphore = Semaphore::createInstance();

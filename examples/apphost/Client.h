@@ -7,7 +7,7 @@ namespace apphost {
 void printLine(const orvi::String& label, const orvi::String& text);
 
 /** A client of a running application. It prints every text that it receives, and follows the protocol far
-   enough to know whether all its commands are answered. */
+    enough to know whether all its commands are answered. */
 class Client {
 public:
     Client(const orvi::String& label, const orvi::String& kind, const orvi::Handle_T<orvi::App>& app);

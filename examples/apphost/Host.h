@@ -8,7 +8,7 @@
 namespace apphost {
 
 /** The command line over the applications: starts and ends them, passes lines on to them, prints what comes
- * back. */
+    back. */
 class Host {
 public:
     Host();

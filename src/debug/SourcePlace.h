@@ -11,8 +11,8 @@ struct SourcePlace {
     int line;
 };
 
-/** Looks up the instruction that holds the byte at `address`. Of several functions that were inlined into
-    one another, the innermost counts. */
+/** Looks up the instruction that holds the byte at `address`. Of several functions that were inlined into one
+    another, the innermost counts. */
 void findSourcePlace(Dwfl* dwfl, std::uintptr_t address, SourcePlace& place);
 
 } // namespace orvi::debug

@@ -11,8 +11,8 @@ public:
     static bool isOpen();
     static bool isTerminal();
 
-    /** Hands the bytes to standard output, in one piece if it takes them so, after what stdio has kept
-        back. What cannot be written is dropped. */
+    /** Hands the bytes to standard output, in one piece if it takes them so, after what stdio has kept back.
+        What cannot be written is dropped. */
     static void write(const char* bytes, std::size_t size);
 
     /** The terminal's size in characters, 0 by 0 when it does not know; false without a terminal. */

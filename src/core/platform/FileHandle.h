@@ -5,11 +5,11 @@
 namespace orvi::platform {
 
 /** An open file of the system, without a buffer. It closes its file when it goes; other programs that this
-   one starts do not inherit it.
+    one starts do not inherit it.
 
     Paths are UTF-8. A failure is false or a negative number, and its reason is the calling thread's last
-   error. No call waits for data or room on a pipe or device: it fails instead. A call that a signal
-   interrupts goes on. */
+    error. No call waits for data or room on a pipe or device: it fails instead. A call that a signal
+    interrupts goes on. */
 class FileHandle {
 public:
     enum class Access { Read, Write, ReadWrite };
@@ -65,7 +65,7 @@ struct FileStatus {
 bool getFileStatus(const char* path, FileStatus& status);
 
 /** Makes an empty file that only this user may read, under a name that nobody had. `path` ends in at least
-   six "X", which are replaced. */
+    six "X", which are replaced. */
 bool createUniqueFile(char* path);
 
 } // namespace orvi::platform

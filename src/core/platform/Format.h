@@ -6,20 +6,19 @@ namespace orvi::platform {
 
 /** Formats with the printf conventions of Windows' runtime library, for the three widths of our strings.
 
-    Writes at most `capacity` elements to `target`, which may be null when `capacity` is 0, and no
-    terminator. The result is the number of elements that the whole text has, so one call with capacity 0
-    measures, and a result above `capacity` says that the text was cut; where a converted text argument is
-   cut, between its characters, NULs fill up. `arguments` is copied, not consumed.
+    Writes at most `capacity` elements to `target`, which may be null when `capacity` is 0, and no terminator.
+    The result is the number of elements that the whole text has, so one call with capacity 0 measures, and a
+    result above `capacity` says that the text was cut; where a converted text argument is cut, between its
+    characters, NULs fill up. `arguments` is copied, not consumed.
 
-    Text arguments: `%s` and `%c` take text of the format's own kind, `%S` and `%C` of the other kind;
-    `%hs`, `%hS`, `%hc` always narrow, `%ls`, `%lS`, `%ws`, `%lc` always wide. Narrow text is UTF-8, in a
-   format of `unsigned char` it is text in the current code page. A null text prints "(null)". A precision
-   counts elements of the argument and never reads beyond them. Numbers: `d i u o x X` with `hh h l ll I I32
-   I64 j z t w`; plain and `l` follow the C types of this platform
-    (`long` has 64 bits); `e E f F g G a A` with an optional `L`; `p` is upper-case hexadecimal at pointer
-   width without a prefix. The decimal point is "." whatever the locale. `%n` writes nothing and consumes its
-   argument. An unknown conversion is copied as it stands. Sizes beyond what an int holds saturate. A null
-    `format` is an empty one. */
+    Text arguments: `%s` and `%c` take text of the format's own kind, `%S` and `%C` of the other kind; `%hs`,
+    `%hS`, `%hc` always narrow, `%ls`, `%lS`, `%ws`, `%lc` always wide. Narrow text is UTF-8, in a format of
+    `unsigned char` it is text in the current code page. A null text prints "(null)". A precision counts
+    elements of the argument and never reads beyond them. Numbers: `d i u o x X` with `hh h l ll I I32 I64 j z
+    t w`; plain and `l` follow the C types of this platform (`long` has 64 bits); `e E f F g G a A` with an
+    optional `L`; `p` is upper-case hexadecimal at pointer width without a prefix. The decimal point is "."
+    whatever the locale. `%n` writes nothing and consumes its argument. An unknown conversion is copied as it
+    stands. Sizes beyond what an int holds saturate. A null `format` is an empty one. */
 template <class T>
 std::size_t formatText(T* target, std::size_t capacity, const T* format, std::va_list arguments);
 

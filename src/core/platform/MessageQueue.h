@@ -4,7 +4,7 @@
 namespace orvi::platform {
 
 /** The calling thread's queue of messages, which are closures that any thread posts. It is there as long as
-   at least one object of this class lives on the thread: one for each loop, where loops are nested. */
+    at least one object of this class lives on the thread: one for each loop, where loops are nested. */
 class MessageQueue {
 public:
     MessageQueue();
@@ -13,7 +13,7 @@ public:
     MessageQueue& operator=(const MessageQueue&) = delete;
 
     /** Ends posting; what waits can still be dispatched. False, with nothing done, when another loop of this
-       thread goes on. */
+        thread goes on. */
     bool close();
 
     /** Runs one message that waits for the calling thread. False, at once, when there is none. */

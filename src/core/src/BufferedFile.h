@@ -10,10 +10,10 @@ namespace orvi {
 
     Small writes wait in the buffer until it is full, until something is read or the position is set, or until
     close(). What could not be stored stays there and is tried again. Transfers of `directSize` bytes or more
-   go past the buffer. Pipes and terminals are never buffered and have no position.
+    go past the buffer. Pipes and terminals are never buffered and have no position.
 
-    Counts come up short on failure; the reason is errno then. No offset beyond `maxSize` is read or written.
- */
+    Counts come up short on failure; the reason is errno then. No offset beyond `maxSize` is read or
+    written. */
 class BufferedFile {
 public:
     static constexpr int directSize = 4096;

@@ -9,7 +9,7 @@ struct CodePageName {
 };
 
 /** Some standards' names stand for the nearest page that holds their characters: the ASCII and Latin-1 family
-   for 1252, the ISO 8859-8 family for 1255, HZ for 936. */
+    for 1252, the ISO 8859-8 family for 1255, HZ for 936. */
 inline constexpr CodePageName codePageNames[] = {
     {"ibm852", 852},
     {"ibm866", 866},

@@ -21,8 +21,8 @@ using platform::ConsoleDevice;
 constexpr unsigned short normalAttribute = 7;
 std::atomic<unsigned short> g_attribute = normalAttribute;
 
-/** Writes a text of at most `capacity` characters without the heap; false, with nothing written, for a
-    longer one. A function of its own, so that only those who need the large buffers pay for them. */
+/** Writes a text of at most `capacity` characters without the heap; false, with nothing written, for a longer
+    one. A function of its own, so that only those who need the large buffers pay for them. */
 template <std::size_t capacity>
 [[gnu::noinline]] bool outputFromStack(const wchar_t* format, std::va_list arguments)
 {

@@ -41,7 +41,7 @@ void storeWord(unsigned char* p, std::uint32_t word)
 }
 
 /** One of the 64 steps. Its number picks the function, the word and the roles of the four registers, all at
-   compile time: what is left is straight code. */
+    compile time: what is left is straight code. */
 template <std::size_t i>
 inline void step(std::uint32_t (&registers)[4], const unsigned char* block)
 {

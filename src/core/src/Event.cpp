@@ -10,7 +10,7 @@ ORVI_DEFINE_CLASS(Event);
 Unknown::Handle_T<Event> Event::createInstance() { return new Event; }
 
 /** The handlers of one class, in the order of registration. What is removed during a walk stays in its place,
-   so that the walk keeps its position, and goes when the outermost walk has ended. */
+    so that the walk keeps its position, and goes when the outermost walk has ended. */
 struct EventDispenser::HandlerList {
     struct Entry {
         EventHandler::Callback callback;

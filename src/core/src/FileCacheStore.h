@@ -10,7 +10,7 @@ namespace orvi {
 /** The one file in which the streams of the process keep pages that are too many for memory.
 
     The file is made when the first page comes, has no name any more, and goes when the library is unloaded;
-   from then on nothing is stored. Any number of threads. */
+    from then on nothing is stored. Any number of threads. */
 class FileCacheStore {
 public:
     static constexpr int pageSize = 4096;

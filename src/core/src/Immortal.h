@@ -5,7 +5,7 @@
 namespace orvi {
 
 /** Holds a static object that is made on first use and never destroyed, so that code which runs at the very
-   end of the process, or of other modules, still finds it. The object lies inside: nothing leaks. */
+    end of the process, or of other modules, still finds it. The object lies inside: nothing leaks. */
 template <class T>
 class Immortal {
 public:

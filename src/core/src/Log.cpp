@@ -75,8 +75,8 @@ void deliver(LogState& log, Call call)
     }
 }
 
-/** A function of its own, so that without a listener nobody pays for the large buffer, whose frame would reach
-    into untouched pages of the stack. */
+/** A function of its own, so that without a listener nobody pays for the large buffer, whose frame would
+    reach into untouched pages of the stack. */
 [[gnu::noinline]] void formatAndDeliver(LogState& log, Slot slot, const wchar_t* format,
                                         std::va_list arguments)
 {

@@ -174,7 +174,7 @@ void MemoryStream::wrote(const MemoryPage& page, int size)
 }
 
 /** Puts a page in memory in front of the first one, a stored one, and fills it from there: many small reads
-   are one of the file. On failure the stored page stays the first. */
+    are one of the file. On failure the stored page stays the first. */
 void MemoryStream::fetchFirst()
 {
     auto* page = new (std::nothrow) MemoryPage;

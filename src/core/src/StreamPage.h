@@ -8,7 +8,7 @@
 namespace orvi {
 
 /** A link in the chain of pages of a stream. It holds a reference on the next one and is born with one
-   reference, its maker's. Streams that are copies of each other hold the same pages. */
+    reference, its maker's. Streams that are copies of each other hold the same pages. */
 class StreamPage {
 public:
     static constexpr int pageSize = FileCacheStore::pageSize;

@@ -7,8 +7,8 @@ namespace orvi {
 template <class T>
 struct StringAccess {
     /** Gives `target` a fresh block for exactly `elements` and a terminator, which is set, and returns the
-       room to fill. Null, with `target` unchanged, when memory runs out (the line is in the log). With 0
-       elements `target` becomes empty and the result is not to be written. */
+        room to fill. Null, with `target` unchanged, when memory runs out (the line is in the log). With 0
+        elements `target` becomes empty and the result is not to be written. */
     static T* prepare(String_T<T>& target, std::size_t elements)
     {
         if (elements == 0) {

@@ -12,7 +12,7 @@
 namespace orvi {
 
 /** The record of one start of one task. It owns the task, the system's lists own it: stopping a task during a
-   pass leaves the record, and with it the task, in place until the pass is over. */
+    pass leaves the record, and with it the task, in place until the pass is over. */
 class System::TaskStatus : public Unknown {
 public:
     TaskStatus(System* owner, Task* started)
@@ -28,7 +28,7 @@ public:
 };
 
 /** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
-   the loop ends: what still waits runs then. */
+    the loop ends: what still waits runs then. */
 struct System::PostedClosures {
     platform::MessageQueue queue;
 

@@ -33,8 +33,8 @@ struct Thread::Run {
         ended.notify_all();
     }
 
-    /** The thread ends with nobody waiting, or will never begin; under the lock. Who comes later does not wait
-        for it. */
+    /** The thread ends with nobody waiting, or will never begin; under the lock. Who comes later does not
+        wait for it. */
     void letGo()
     {
         if (!worker.joinable())

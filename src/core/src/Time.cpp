@@ -21,8 +21,8 @@ constexpr int daysBefore[2][13] = {
     {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366},
 };
 
-/** The leap days of the years 1 to `year`. Divisions that cut towards 0 make the years before mirror
-    those after. */
+/** The leap days of the years 1 to `year`. Divisions that cut towards 0 make the years before mirror those
+    after. */
 constexpr long long leapDays(long long year) { return year / 4 - year / 100 + year / 400; }
 
 constexpr bool isLeapYear(long long year) { return leapDays(year) != leapDays(year - 1); }

@@ -8,7 +8,7 @@
 #include <type_traits>
 
 /** The few functions on NUL-terminated text that the library needs at every width. Those of the C library
-   take a wchar_t of 32 bits, so none of them is used. */
+    take a wchar_t of 32 bits, so none of them is used. */
 namespace orvi::text {
 
 template <class T>

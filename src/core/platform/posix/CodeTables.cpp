@@ -124,7 +124,7 @@ private:
 
 /** Notes that `code` stands for `unit`. The codes table is the units table turned round, so that nothing is
     encodable but what decodes to the same. Where several codes stand for one unit, iconv knows which is
-   usual. */
+    usual. */
 template <class Code>
 void addCode(Charset& charset, Code (&codes)[65536], wchar_t unit, Code code)
 {

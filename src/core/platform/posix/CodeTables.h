@@ -19,7 +19,7 @@ struct DoubleByteTables {
 };
 
 /** The tables of a page, made on the first question. Null for a page of another kind, or one that is not
-   known. They stay for the process's life. Any number of threads. */
+    known. They stay for the process's life. Any number of threads. */
 const SingleByteTables* singleByteTables(int codePage);
 const DoubleByteTables* doubleByteTables(int codePage);
 

@@ -12,8 +12,8 @@ bool isHighSurrogate(wchar_t unit) { return (unit & 0xFC00) == 0xD800; }
 bool isLowSurrogate(wchar_t unit) { return (unit & 0xFC00) == 0xDC00; }
 bool isSurrogate(wchar_t unit) { return (unit & 0xF800) == 0xD800; }
 
-/** What may follow `lead` of a sequence of three or four bytes: no overlong form, no surrogate, nothing
-    above U+10FFFF. */
+/** What may follow `lead` of a sequence of three or four bytes: no overlong form, no surrogate, nothing above
+    U+10FFFF. */
 bool isSecondByte(unsigned char lead, unsigned char byte)
 {
     switch (lead) {

@@ -14,7 +14,7 @@ namespace orvi {
 class App;
 
 /** One end of a two-way channel of texts. On the wire a text is UTF-8 in the binary form of a string. Each
-   read and each write moves a whole text under the lock of its side. */
+    read and each write moves a whole text under the lock of its side. */
 class ORVI_API AppPipe : public Unknown {
 public:
     static Unknown::Handle_T<AppPipe> createInstance(Input* input, const SharedPtr<Mutex>& inputMutex,
@@ -57,7 +57,7 @@ public:
     const String& getParameters() const noexcept { return _parameters; }
 
     /** Ask for a pipe to be served, and no longer. Any thread; carried out at the start of the next pass, or
-       at the end of the box. A pipe added after that waits until the box is started again. */
+        at the end of the box. A pipe added after that waits until the box is started again. */
     void addPipe(AppPipe* pipe);
     void removePipe(AppPipe* pipe);
 
@@ -66,7 +66,7 @@ public:
     /** Handles one text of a client; false makes the box answer "$NOTHING". */
     virtual bool dosamething(AppPipe* pipe, const wchar_t* text);
     /** Runs one command, on the run thread. `argv[0]` is the command word; the strings are writable and live
-       for the call. What is written to `pipe` reaches the client between "$BEGIN" and "$END". */
+        for the call. What is written to `pipe` reaches the client between "$BEGIN" and "$END". */
     virtual bool docmd(AppPipe* pipe, wchar_t** argv, int argc);
 
 protected:
@@ -115,20 +115,20 @@ private:
 using AppFactory = Unknown::Handle_T<AppBox> (*)(const wchar_t* appName, const wchar_t* parameters);
 
 /** Registers a kind of application. True also for the same pair again; false, with a line on the console,
-   when the name has another factory, which stays. */
+    when the name has another factory, which stays. */
 ORVI_API bool setUpApp(const wchar_t* name, AppFactory factory);
 /** Forgets a kind of application; those that run go on. */
 ORVI_API void tearDownApp(const wchar_t* name);
 
 /** Makes a box with the factory `factoryName`, starts it on a thread of its own and enters it under its name,
-   in place of an earlier one of that name, which goes on running. Gives a client of the box, which lives on
-   without it; null on failure. */
+    in place of an earlier one of that name, which goes on running. Gives a client of the box, which lives on
+    without it; null on failure. */
 ORVI_API Unknown::Handle_T<App> startApp(const wchar_t* factoryName, const wchar_t* appName,
                                          const wchar_t* parameters);
 /** A new client of the running box `appName`; null when there is none. */
 ORVI_API Unknown::Handle_T<App> getApp(const wchar_t* appName);
 /** Stops the box and waits for its thread. Not for the box's own thread: it calls its shutdown. Null does
- * nothing. */
+    nothing. */
 ORVI_API void exitApp(App* app);
 
 // At the end of the process every box that still runs is shut down.

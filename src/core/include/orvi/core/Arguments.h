@@ -9,12 +9,12 @@ namespace orvi {
 /** Splits a command line at blanks and tabs outside of double quotes.
 
     The first argument is the program's name: quotes are dropped, backslashes mean nothing. In the others a
-    backslash in front of a quote takes its meaning away, and two backslashes there stand for one;
-    backslashes elsewhere are themselves. A doubled quote inside quotes gives one quote and ends the quoted
-    part. There is always a first argument, even in an empty line; null is an empty line.
+    backslash in front of a quote takes its meaning away, and two backslashes there stand for one; backslashes
+    elsewhere are themselves. A doubled quote inside quotes gives one quote and ends the quoted part. There is
+    always a first argument, even in an empty line; null is an empty line.
 
-    Fills `argv` with pointers into `args` and a null at the end, and `args` with the arguments, each with
-    its NUL. Either may be null. `*argCount` becomes the number of entries of `argv`, the null included,
+    Fills `argv` with pointers into `args` and a null at the end, and `args` with the arguments, each with its
+    NUL. Either may be null. `*argCount` becomes the number of entries of `argv`, the null included,
     `*charCount` the number of elements of `args`: so a first call with two nulls tells how much room is
     needed. */
 ORVI_API void parseArguments(const wchar_t* commandLine, wchar_t** argv, wchar_t* args, int* argCount,
@@ -24,8 +24,8 @@ ORVI_API void parseArguments(const wchar_t* commandLine, wchar_t** argv, wchar_t
     arguments. Without memory `argv` is null and `argc` 0. */
 ORVI_API void parseArguments(const wchar_t* commandLine, wchar_t**& argv, int& argc);
 
-/** What follows "name=" in the first argument that begins so, or `defaultValue`. Upper and lower case
-    differ. Inside quotes there may be blanks and tabs in front of the "=". */
+/** What follows "name=" in the first argument that begins so, or `defaultValue`. Upper and lower case differ.
+    Inside quotes there may be blanks and tabs in front of the "=". */
 ORVI_API String parseArgumentString(const wchar_t* commandLine, const wchar_t* name,
                                     const wchar_t* defaultValue);
 
@@ -43,8 +43,8 @@ ORVI_API void skipSpaces(String& text);
 ORVI_API void skipLine(String& text);
 /** Removes white space and all lines that begin with "#" behind it. */
 ORVI_API void skipComments(String& text);
-/** Removes the ASCII letters, digits and "_" at the front and returns them; the empty string when there
-    are none. */
+/** Removes the ASCII letters, digits and "_" at the front and returns them; the empty string when there are
+    none. */
 ORVI_API String readToken(String& text);
 
 } // namespace orvi

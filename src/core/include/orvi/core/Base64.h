@@ -16,7 +16,7 @@ ORVI_API int base64_datasize(const String& text);
 
 /** Decodes up to the first character outside the alphabet and gives the number of bytes, which is below
     base64_datasize when the text has such a character. 0 when the length is no multiple of 4. `data` has room
-   for 3 bytes for every 4 characters: a text with too many "=" gives more than base64_datasize tells. */
+    for 3 bytes for every 4 characters: a text with too many "=" gives more than base64_datasize tells. */
 ORVI_API int base64_decode(const String& text, void* data);
 /** The same for a block of `capacity` bytes: bytes beyond it are counted and not written. */
 ORVI_API int base64_decode(const String& text, void* data, int capacity);

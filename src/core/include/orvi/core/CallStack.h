@@ -7,8 +7,8 @@
 namespace orvi {
 
 /** The return addresses of the thread that captured it, innermost first: cheap to take and to keep, turned
-   into lines only by dump(). Lives on the heap with a count of its own; a capture starts with one reference.
-   It does not change after the capture, so threads may share one. */
+    into lines only by dump(). Lives on the heap with a count of its own; a capture starts with one reference.
+    It does not change after the capture, so threads may share one. */
 struct ORVI_API CallStack {
     /** Receives the lines of dump(), UTF-8 without line ends. */
     class ORVI_API Callback {
@@ -72,7 +72,7 @@ public:
 };
 
 /** The binding of the debug module, liborvi_debug.so, which gives stacks their names. Made at the first call;
-   what is missing is printed to standard output then, once, and never a failure. Any thread. */
+    what is missing is printed to standard output then, once, and never a failure. Any thread. */
 class ORVI_API DebugHelper {
 public:
     static const DebugHelper& getDebugHelper();

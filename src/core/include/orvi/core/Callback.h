@@ -64,9 +64,9 @@ private:
 };
 
 /** A copyable callback on a function or a method, with one argument, that can be compared: two handlers are
-   equal when they have the same function, or the same object and the same method. So a list can refuse a
-   duplicate and find again what was added. Copies share the callback. Calling a null handler is an error that
-   nothing checks.
+    equal when they have the same function, or the same object and the same method. So a list can refuse a
+    duplicate and find again what was added. Copies share the callback. Calling a null handler is an error
+    that nothing checks.
 
         CallbackHandler<void, unsigned> handler(&clock, &Clock::advance);
 

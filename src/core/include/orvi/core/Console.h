@@ -28,9 +28,9 @@ public:
     /** Gives back what alloc opened: standard input and output are again what they were before. */
     static void free();
 
-    /** Formats as String::format does and writes the whole text, up to its first NUL. Failures go
-        unnoticed; a reader that has gone away does not raise SIGPIPE. A text of up to 32,768 characters
-        needs no heap, but one above 1024 needs 160 KiB of stack. */
+    /** Formats as String::format does and writes the whole text, up to its first NUL. Failures go unnoticed;
+        a reader that has gone away does not raise SIGPIPE. A text of up to 32,768 characters needs no heap,
+        but one above 1024 needs 160 KiB of stack. */
     static void output(const wchar_t* format, ...);
 
     /** Always true. Control characters are left out. */
@@ -38,11 +38,11 @@ public:
     /** Low 16 bits: bit 0 blue, 1 green, 2 red, 3 bright, for the text; bits 4 to 7 the same for the
         background. 7 is a terminal's normal look. False only when standard output is closed. */
     static bool setTextAttribute(unsigned int attribute);
-    /** Column and row from 0, of which the low 16 bits count, as signed numbers; false without a terminal
-        and for negative ones. Terminals take a position beyond the edge as the edge. */
+    /** Column and row from 0, of which the low 16 bits count, as signed numbers; false without a terminal and
+        for negative ones. Terminals take a position beyond the edge as the edge. */
     static bool setCursorPosition(int x, int y);
-    /** False, with `info` unchanged, without a terminal. The cursor is told as 0/0: to ask a terminal
-        where it is means to read the answer from the keyboard's input, between what the user types. */
+    /** False, with `info` unchanged, without a terminal. The cursor is told as 0/0: to ask a terminal where
+        it is means to read the answer from the keyboard's input, between what the user types. */
     static bool getScreenBufferInfo(ConsoleScreenBufferInfo& info);
 };
 

@@ -10,11 +10,11 @@ ORVI_API int getCodePage();
 /** Stores any number and gives true. With a page that does not exist ANSI conversions give empty strings. */
 ORVI_API bool setCodePage(int codePage);
 /** By a name such as "latin1", "Shift-JIS" or "windows-1252", in any case; false, changing nothing, for an
- * unknown one. */
+    unknown one. */
 ORVI_API bool setCodePage(const char* name);
 
 /** Conversions between the three widths. Null and empty texts give the empty string, and so does a code page
-   that does not exist. A character that a page lacks becomes "?", malformed UTF-8 becomes U+FFFD. */
+    that does not exist. A character that a page lacks becomes "?", malformed UTF-8 becomes U+FFFD. */
 class ORVI_API StringHelper {
 public:
     StringHelper() = delete;

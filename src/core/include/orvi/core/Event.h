@@ -9,7 +9,7 @@
 namespace orvi {
 
 /** The base of events. A concrete event is a registered class of its own, and its class id is what handlers
- * ask for. */
+    ask for. */
 class ORVI_API Event : public Unknown {
     ORVI_DECLARE_CLASS(Event);
 
@@ -34,7 +34,7 @@ public:
 
     /** A handler for the events of class E: a function, or a method of an object, taking `const Event*`.
 
-            dispenser += EventHandler::of<DoorOpened>(&house, &House::onDoorOpened); */
+            dispenser += EventHandler::of<DoorOpened>(&house, &House::onDoorOpened);  */
     template <class E, class... Target>
     static EventHandler of(Target... target)
     {
@@ -68,11 +68,11 @@ private:
 };
 
 /** Hands events to the handlers of their exact class: at once, on the caller's thread, in the order of
-   registration.
+    registration.
 
     During sendEvent a handler may remove itself or others and add some: a removed one is not called any more,
-   one added by a handler that is not the last is called in that walk. Copies share the lists of the classes
-   that they hold at that moment. No lock: a dispenser and its copies are for one thread at a time. */
+    one added by a handler that is not the last is called in that walk. Copies share the lists of the classes
+    that they hold at that moment. No lock: a dispenser and its copies are for one thread at a time. */
 class ORVI_API EventDispenser {
 public:
     EventDispenser() = default;

@@ -9,8 +9,8 @@ struct CallStack;
 /** The library's one exception: where it was thrown, a code (-1 from the library itself) and what went wrong.
 
     Thrown by value through THROW_EXCEPTION, caught by reference. Making one logs nothing and takes no call
-   stack; who catches it calls report(). Ordinary operations do not throw: they report by their results and by
-   Log. */
+    stack; who catches it calls report(). Ordinary operations do not throw: they report by their results and
+    by Log. */
 class ORVI_API Exception {
 public:
     /** Copies the three texts, which must not be null. */
@@ -31,7 +31,7 @@ public:
     void report() const;
 
     /** Attaches a stack for report(), in place of an earlier one; holds a reference of its own. Null
-     * detaches. */
+        detaches. */
     void setCallStack(CallStack* callStack) noexcept;
 
 private:

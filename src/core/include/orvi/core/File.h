@@ -12,15 +12,15 @@ class Time;
 /** A file on a disc.
 
     Closed at first, and again after close() or a failed open(). While it is closed, all the operations of a
-   stream give -1. Nothing throws: a failure of the file itself is one line at Log::error and a negative
-   result, a short count or false.
+    stream give -1. Nothing throws: a failure of the file itself is one line at Log::error and a negative
+    result, a short count or false.
 
     Small writes are buffered: that they could not be stored may show only at the next read, at setPosition or
-   at close(). A reader of the same object sees them at once. Sizes and positions are ints: a file of 2 GiB or
-   more tells neither (-1), and a write never goes beyond 2^31 - 1. One thread at a time.
+    at close(). A reader of the same object sees them at once. Sizes and positions are ints: a file of 2 GiB
+    or more tells neither (-1), and a write never goes beyond 2^31 - 1. One thread at a time.
 
     A pipe or device opens without waiting for its other end; it has no position, and reads and writes give
-   what goes without waiting. */
+    what goes without waiting. */
 class ORVI_API File : public Archive {
 public:
     /** For open(): one of the first three, with any of the others. */
@@ -41,7 +41,7 @@ public:
     File& operator=(const File&) = delete;
 
     /** Closes what is open, then opens `fileName`; false on failure, without a line for an empty name. A file
-       that exists keeps its contents unless `truncate` is given. A directory does not open. */
+        that exists keeps its contents unless `truncate` is given. A directory does not open. */
     bool open(const String& fileName, int flags, int mode);
     void close();
 
@@ -81,7 +81,7 @@ private:
 class ORVI_API TempFile : public File {
 public:
     /** Makes an empty file in the system's directory for such files; gives its name, or the empty string and
-       a line in the log. */
+        a line in the log. */
     static String getTempFileName();
     /** A new file open for reading and writing; null, and a line in the log, when there is none to be had. */
     static Handle_T<TempFile> createTempFile();
@@ -96,7 +96,7 @@ ORVI_API int getFileSize(const wchar_t* path);
 /** Whether anything, a directory as well, has this name. */
 ORVI_API bool isFileExists(const wchar_t* path);
 /** False when the path is not found or the size does not fit an int; then `size` is -1 and both times hold
-   the time bias. Logs nothing. */
+    the time bias. Logs nothing. */
 ORVI_API bool getFileInfo(const wchar_t* path, int& size, Time& created, Time& modified);
 
 } // namespace orvi

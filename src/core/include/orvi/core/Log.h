@@ -7,8 +7,8 @@ namespace orvi {
 
     Called one line at a time, on the thread that logs, with the log locked: do not wait for a thread that
     might be logging, and do not add or remove listeners. Lines that a listener logs itself are dropped; what
-    it throws is ignored. `text` is the finished line without time, level or line end, and lives for the call.
- */
+    it throws is ignored. `text` is the finished line without time, level or line end, and lives for the
+    call. */
 class ORVI_API LogListener {
 public:
     /** The name by which getLogListener and setparam find this listener. */
@@ -26,11 +26,11 @@ public:
 };
 
 /** The library's one way to say something: formats a line and hands it to every listener, in the order of
-   their registration. Formats follow String::format. Without a listener the arguments are not even read.
+    their registration. Formats follow String::format. Without a listener the arguments are not even read.
 
     Any thread may log at any time, also before and after the library's own start and end, when nothing
     happens. A line of up to 32,767 characters needs no heap but 64 KiB of stack; a longer one for which there
-   is no memory is dropped. */
+    is no memory is dropped. */
 class ORVI_API Log {
 public:
     Log() = delete;

@@ -56,14 +56,14 @@ private:
 /** A queue of bytes that grows as it is written and shrinks as it is read: first in, first out.
 
     The bytes lie in pages of 4096. Up to 2560 pages (10 MiB) of a stream are in memory; what is written
-   beyond goes page by page to one nameless temporary file that all streams of the process share, and comes
-   back when the reader gets there. Without that file, or with a full disc, the stream goes on in memory. A
-   page that is read is given up, so a stream that is read as it is written stays small. At most 2^31 - 1
-   bytes.
+    beyond goes page by page to one nameless temporary file that all streams of the process share, and comes
+    back when the reader gets there. Without that file, or with a full disc, the stream goes on in memory. A
+    page that is read is given up, so a stream that is read as it is written stays small. At most 2^31 - 1
+    bytes.
 
     Nothing throws but the stream operators: a failure is a line at Log::error and a short count, or -1 when
-   nothing went at all. More than 10 pages in memory are worth a warning at every step of a write. One thread
-   at a time; any number of streams may spill at once. */
+    nothing went at all. More than 10 pages in memory are worth a warning at every step of a write. One thread
+    at a time; any number of streams may spill at once. */
 class ORVI_API MemoryStream : public IO {
     ORVI_DECLARE_CLASS(MemoryStream);
 
@@ -73,7 +73,7 @@ public:
     static Handle_T<MemoryStream> createInstance(int size);
 
     /** Shares the pages, in which both would read and write: of a stream and its copy, use one and only drop
-       the other. clone() makes an independent stream. */
+        the other. clone() makes an independent stream. */
     MemoryStream(const MemoryStream& other) noexcept;
     MemoryStream& operator=(const MemoryStream& other) noexcept;
 

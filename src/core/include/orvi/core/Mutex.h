@@ -6,7 +6,7 @@
 namespace orvi {
 
 /** A lock inside one process. The thread that holds it may lock it again and unlocks it as often. It waits
-   without a limit. */
+    without a limit. */
 class Mutex {
 public:
     Mutex() = default;

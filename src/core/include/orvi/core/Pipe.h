@@ -6,8 +6,8 @@
 namespace orvi {
 
 /** Joins a source and a sink into one IO: every call goes to its half, and the half's answer comes back
-   untouched. Holds a reference on both halves, which may be one object; copies share them. A half that is
-   null must not be used. As safe for threads as its halves. */
+    untouched. Holds a reference on both halves, which may be one object; copies share them. A half that is
+    null must not be used. As safe for threads as its halves. */
 class ORVI_API Pipe : public IO {
 public:
     static Handle_T<Pipe> createInstance(Input* input, Output* output);
@@ -28,13 +28,13 @@ private:
 };
 
 /** A Pipe that holds a lock during each call, one for each half. Give two pipes on one store the same mutex
-   for it:
+    for it:
 
         a = MutexPipe::createInstance(first, firstMutex, second, secondMutex);
         b = MutexPipe::createInstance(second, secondMutex, first, firstMutex);
 
     joins two threads in both directions. Single calls exclude each other, sequences do not: `available` and
-   the `read` behind it may see different states. */
+    the `read` behind it may see different states. */
 class ORVI_API MutexPipe : public IO {
 public:
     static Handle_T<MutexPipe> createInstance(Input* input, const SharedPtr<Mutex>& inputMutex,

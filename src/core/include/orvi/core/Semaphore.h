@@ -19,7 +19,7 @@ public:
     /** Adds one signal. */
     void signal();
     /** Takes one signal, or all of them with `clearAll`. False when `timeoutMs` milliseconds ran out; 0 does
-       not block, 0xFFFFFFFF waits without a limit. A waiter that another one beat to a signal waits anew. */
+        not block, 0xFFFFFFFF waits without a limit. A waiter that another one beat to a signal waits anew. */
     bool wait(unsigned int timeoutMs, bool clearAll);
     /** Blocks until at most `level` signals are left; without a time limit. */
     void sync(int level);

@@ -11,8 +11,8 @@ namespace orvi {
 /** A source of bytes.
 
     Results: above 0, that many bytes were delivered, maybe fewer than asked for; 0, nothing now, and a later
-   call may succeed; negative, a failure. No operation throws and none waits. Not for two threads at once,
-   unless the object says so. */
+    call may succeed; negative, a failure. No operation throws and none waits. Not for two threads at once,
+    unless the object says so. */
 class ORVI_API Input : public virtual Unknown {
 public:
     /** How many bytes `read` can give now. */
@@ -34,7 +34,7 @@ public:
 class ORVI_API IO : public Input, public Output {};
 
 /** Typed reading over an Input, through the operators below: a small value that holds a reference on its
-   source. Copies share the source. A null stream must not be read. One thread at a time. */
+    source. Copies share the source. A null stream must not be read. One thread at a time. */
 class ORVI_API InputStream {
 public:
     InputStream() noexcept = default;
@@ -119,7 +119,7 @@ ORVI_API void readScalar(InputStream& is, void* value, int size, const wchar_t* 
 ORVI_API void writeScalar(OutputStream& os, const void* value, int size, const wchar_t* type);
 
 /** Reads what stands in front of an object's body: false for a null handle, else true and a new object, which
-   is null when nobody registered its class. */
+    is null when nobody registered its class. */
 ORVI_API bool readObjectHead(InputStream& is, Unknown::Handle_T<Unknown>& object, const std::type_info& type);
 ORVI_API void readObjectBody(InputStream& is, Unknown* object, const std::type_info& type);
 ORVI_API void writeObject(OutputStream& os, const Unknown* object, const std::type_info& type);
@@ -127,7 +127,7 @@ ORVI_API void writeObject(OutputStream& os, const Unknown* object, const std::ty
 } // namespace binary
 
 /** A number that travels as the raw bytes that it has in memory, little-endian. For bool and wchar_t, choose
-   one of these types yourself; for a number that is mostly small, see Varint. */
+    one of these types yourself; for a number that is mostly small, see Varint. */
 template <class T>
 concept StreamScalar = std::same_as<T, std::remove_cv_t<T>> && requires(const T* value)
 {
@@ -149,8 +149,8 @@ OutputStream& operator<<(OutputStream& os, const T& value)
 }
 
 /** A string of any width travels as a Varint byte count and UTF-8, so it may be read back at another width.
-   It is read only when all of it has arrived, and the target keeps its text on a failure. NULs inside the
-   text travel only from String_T<char> to String_T<char>; other widths end at the first one. */
+    It is read only when all of it has arrived, and the target keeps its text on a failure. NULs inside the
+    text travel only from String_T<char> to String_T<char>; other widths end at the first one. */
 template <class T>
 InputStream& operator>>(InputStream& is, String_T<T>& text);
 template <class T>
@@ -164,9 +164,9 @@ extern template ORVI_API OutputStream& operator<<(OutputStream& os, const String
 extern template ORVI_API OutputStream& operator<<(OutputStream& os, const String_T<unsigned char>& text);
 
 /** Replaces the handle by a new object of the class that the stream names, which must be registered and be a
-   T, and lets it read itself by importFrom; or by null. A body that fails leaves the new object half read in
-   the handle, an unknown class leaves null. Handles inside the bodies of handles may nest 1024 deep, reading
-   and writing. */
+    T, and lets it read itself by importFrom; or by null. A body that fails leaves the new object half read in
+    the handle, an unknown class leaves null. Handles inside the bodies of handles may nest 1024 deep, reading
+    and writing. */
 template <class T>
 InputStream& operator>>(InputStream& is, Unknown::Handle_T<T>& handle)
 {
@@ -189,7 +189,7 @@ OutputStream& operator<<(OutputStream& os, const Unknown::Handle_T<T>& handle)
 }
 
 /** Moves everything that the source has to the output. A source that announces bytes and keeps delivering
-   none fails. */
+    none fails. */
 ORVI_API OutputStream& operator<<(OutputStream& os, InputStream& is);
 
 } // namespace orvi

@@ -84,7 +84,7 @@ public:
     int operator[](int index) const noexcept;
 
     /** Looks for `needle` from the character `from` on. The result is in elements from the start, -1 when
-       there is none; nothing is found in an empty string, an empty needle at once. */
+        there is none; nothing is found in an empty string, an empty needle at once. */
     int find(const T* needle, int from = 0) const;
     int find(int ch, int from = 0) const;
 
@@ -116,7 +116,7 @@ public:
 
     /** Replaces the text by a formatted one, with the conventions of Windows' printf family: in a wide format
         `%s` takes wide text, `%S` and `%hs` UTF-8; in a narrow one `%s` takes narrow text, `%S` and `%ls`
-       wide text; `%I64d`, upper-case `%p`, "." as decimal point in every locale. Gives the elements written.
+        wide text; `%I64d`, upper-case `%p`, "." as decimal point in every locale. Gives the elements written.
         Arguments may lie in this string's own text. Pass `getBuffer()`, not a String, for `%s`. */
     int format(const T* format, ...);
     int vprintf(const T* format, std::va_list arguments);

@@ -17,17 +17,17 @@ enum ETaskState {
 /** A run loop: a state machine, a queue of posted closures and a cooperative scheduler of tasks.
 
     One thread runs it, the one that calls start(); every task runs there, one after the other. Derive your
-   own, and put it on a thread of its own with Thread, or turn it on yours:
+    own, and put it on a thread of its own with Thread, or turn it on yours:
 
         system->load();
         system->start();  // returns when somebody has called shutdown()
         system->unload();
 
     The loop never blocks by itself: a Yield task, or System::sleep in a hook, gives time back. What a tick
-   throws is reported in the log, handed to onException as a code, and the loop goes on.
+    throws is reported in the log, handed to onException as a code, and the loop goes on.
 
     Any thread may call getState, getRunThreadId, waken, shutdown, load and unload at any time; everything
-   else belongs to the run thread. Times are unsigned milliseconds. */
+    else belongs to the run thread. Times are unsigned milliseconds. */
 class ORVI_API System : public virtual Unknown {
 public:
     class Task;
@@ -44,12 +44,12 @@ public:
     /** Reserves the system for one start; false unless it is unloaded. */
     bool load();
     /** Runs the whole life of the loop on the calling thread. Returns at once, having run nothing, unless it
-     * is loaded. */
+        is loaded. */
     void start();
     /** Makes a stopping system ready for another load; does nothing in any other state. */
     void unload();
     /** Blocks the run thread until the time is over, waken or shutdown; takes all wake-ups that have
-     * gathered. */
+        gathered. */
     void sleep(unsigned int ms);
     void waken();
 
@@ -58,10 +58,10 @@ public:
     unsigned long getRunThreadId() const noexcept { return _runThreadId.load(); }
 
     /** An override calls this first: tasks can be started only once it has run. False when shutdown came
-     * first. */
+        first. */
     virtual bool init();
     /** Stops all tasks; an override calls this last. Runs at the end of every start, also after a failed
-     * init. */
+        init. */
     virtual void exit();
     /** Ticks while the system is running. */
     virtual void run();
@@ -70,7 +70,7 @@ public:
     /** Runs one posted closure or, when none waits, one pass over the tasks. */
     virtual void tick();
     /** One pass: every task that is due gets its onTick. `deltaMs` is the time since the last pass, 0 in the
-     * first. */
+        first. */
     virtual void onTick(unsigned int deltaMs);
     /** Called after a tick that threw (0xE06D7363), on the run thread. */
     virtual void onException(unsigned long code);
@@ -106,7 +106,7 @@ private:
 class ORVI_API System::Task : public virtual Unknown {
 public:
     /** False when `system` is null or takes no tasks (states 3 and 4 do), when the task is started already,
-       or when init refuses. The first onTick comes with the next pass at the earliest. */
+        or when init refuses. The first onTick comes with the next pass at the earliest. */
     virtual bool start(System* system);
     /** Calls exit, in every case, and takes the task out of its system. A task may stop itself or any other.
      */
@@ -118,7 +118,7 @@ public:
     virtual bool init();
     virtual void exit();
     /** `elapsedMs`: the time since the last call, or since the start. A late task is not called more often
-     * for it. */
+        for it. */
     virtual void onTick(unsigned int elapsedMs);
 
     /** Least time between two onTicks; 0, the start value, means every pass. Takes effect at once. */

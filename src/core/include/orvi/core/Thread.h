@@ -9,17 +9,17 @@
 namespace orvi {
 
 /** Runs one System on a thread of its own. When the run has ended it is idle again and can start the same or
-   another system. It lives through the run, also when nobody else holds it. Any thread may use it. */
+    another system. It lives through the run, also when nobody else holds it. Any thread may use it. */
 class ORVI_API Thread : public virtual Unknown {
 public:
     static Unknown::Handle_T<Thread> createInstance();
 
     /** Starts `system` and returns as soon as its thread runs, whatever state the system has reached by then.
-       False when `system` is null or not unloaded, when this thread is busy, or when the operating system
-       gives no thread; a system that was loaded for nothing stays so. */
+        False when `system` is null or not unloaded, when this thread is busy, or when the operating system
+        gives no thread; a system that was loaded for nothing stays so. */
     virtual bool start(System* system);
     /** Shuts the system down and waits for the end of its thread; always true. At once when idle. On the
-       thread itself it asks only: that cannot wait for its own end. */
+        thread itself it asks only: that cannot wait for its own end. */
     virtual bool shutdown();
 
     /** Null when idle. */

@@ -7,7 +7,7 @@
 namespace orvi {
 
 /** A task that calls a list of handlers, each with the milliseconds since the last call: periodic work
-   without a class of its own.
+    without a class of its own.
 
         auto tick = Tick::createInstance();
         tick->setTickTime(1000);
@@ -15,7 +15,7 @@ namespace orvi {
         tick->start(system);
 
     A handler that throws keeps those behind it from that call. During a call a handler may add others, which
-   are called in the same walk, and remove any. */
+    are called in the same walk, and remove any. */
 class ORVI_API Tick : public System::Task {
 public:
     using Handler = CallbackHandler<void, unsigned int>;
@@ -41,7 +41,7 @@ private:
 };
 
 /** A task that puts the run thread to sleep at each of its turns, and so gives time back to the system. waken
-   and shutdown do not shorten it. */
+    and shutdown do not shorten it. */
 class ORVI_API Yield : public System::Task {
 public:
     /** Sleeps 1 ms, or `time` ms; 0 gives up the rest of the time slice. */

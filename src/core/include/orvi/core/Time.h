@@ -20,8 +20,8 @@ namespace orvi {
 /** The current time; also stored in `*out` unless that is null. */
 ORVI_API long long time(long long* out);
 
-/** The time of calendar fields, which need not be in range: month 13 is the next January, day 0 the last
-    day of the month before. Any values are fine. `tm_wday`, `tm_yday` and `tm_isdst` are not read. */
+/** The time of calendar fields, which need not be in range: month 13 is the next January, day 0 the last day
+    of the month before. Any values are fine. `tm_wday`, `tm_yday` and `tm_isdst` are not read. */
 ORVI_API long long mktime(const std::tm& fields);
 
 /** The calendar fields of a time: the exact inverse of mktime. A year that an int cannot hold becomes the
@@ -36,8 +36,8 @@ ORVI_API std::tm localtime(const long long& seconds);
     does. */
 ORVI_API int getTimeBias();
 
-/** The bias of a zone called "Etc/GMT+5" (18000) or "Etc/GMT-8" (-28800); that of the process for any
-    other name. */
+/** The bias of a zone called "Etc/GMT+5" (18000) or "Etc/GMT-8" (-28800); that of the process for any other
+    name. */
 ORVI_API int getZoneBias(const wchar_t* name);
 
 /** The name of a bias in that form; the part of an hour is dropped. */
@@ -49,8 +49,8 @@ ORVI_API unsigned int getTimeTick();
 
 /** A point in time, in seconds as above, with a text form in local time.
 
-    The local fields are kept once they have been asked for: a change of the zone afterwards goes
-    unnoticed, and even reading is for one thread at a time. */
+    The local fields are kept once they have been asked for: a change of the zone afterwards goes unnoticed,
+    and even reading is for one thread at a time. */
 class ORVI_API Time {
 public:
     Time() noexcept = default;
@@ -76,10 +76,10 @@ public:
     /** "2022-6-27 09:58:45", in local time; with the zone "2022-6-27 09:58:45 Etc/GMT-8". */
     String convertToString(bool withZone) const;
 
-    /** Reads "2022-6-27 09:58:45", or less of it from the left: what is missing is the first month or
-        day, or 0. The empty text is year 0. "/" separates dates too. The time is local, unless a blank
-        and a zone name for getZoneBias follow the seconds; any other rest is ignored. False, with the
-        object unchanged, for other texts, dates that do not exist and years beyond an int. */
+    /** Reads "2022-6-27 09:58:45", or less of it from the left: what is missing is the first month or day, or
+        0. The empty text is year 0. "/" separates dates too. The time is local, unless a blank and a zone
+        name for getZoneBias follow the seconds; any other rest is ignored. False, with the object unchanged,
+        for other texts, dates that do not exist and years beyond an int. */
     bool convertFromString(const wchar_t* text);
 
     friend bool operator==(const Time& a, const Time& b) noexcept { return a._value == b._value; }

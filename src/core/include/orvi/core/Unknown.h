@@ -16,8 +16,8 @@ class OutputStream;
 /** The root of every long-lived object: a reference count, a class identity, and a way onto a byte stream.
 
     Objects are made by static `createInstance` operations that return a handle, and die with their last
-   handle; nobody deletes one. A raw pointer argument is borrowed for the call. Constructors are protected or
-   private, and must not let a handle on `this` run out of scope. Where several bases meet, derive virtually.
+    handle; nobody deletes one. A raw pointer argument is borrowed for the call. Constructors are protected or
+    private, and must not let a handle on `this` run out of scope. Where several bases meet, derive virtually.
 
     The count is atomic: handles on one object may be copied and dropped in any thread. */
 class ORVI_API Unknown {
@@ -51,7 +51,7 @@ public:
     ClassType getClassType() const;
 
     /** A deep copy through exportTo and importFrom. A null handle, with the reason in the log, when one of
-       them fails or when the dynamic class has no rtCreateInstance of its own. */
+        them fails or when the dynamic class has no rtCreateInstance of its own. */
     Handle_T<Unknown> clone() const;
 
     static const String& getClassName_();
@@ -85,8 +85,8 @@ private:
 /** The owner of an object: one pointer that counts. May be null; nothing checks that on access.
 
     A handle of another class converts: up the class tree at no cost, down or sideways by a checked cast that
-   gives a null handle when it fails. Comparison is that of the pointers. One handle variable is for one
-   thread at a time. */
+    gives a null handle when it fails. Comparison is that of the pointers. One handle variable is for one
+    thread at a time. */
 template <class T>
 class Unknown::Handle_T {
 public:
@@ -235,8 +235,8 @@ private:
 };
 
 /** The process-wide table that turns a class name or id back into an object. Classes join it through
-    ORVI_DEFINE_CLASS. Any thread; creators run without the lock, but for the sample that registration makes.
- */
+    ORVI_DEFINE_CLASS. Any thread; creators run without the lock, but for the sample that registration
+    makes. */
 class ORVI_API Unknown::RtFactory {
 public:
     using Creator = Handle_T<Unknown> (*)();
@@ -244,7 +244,7 @@ public:
     RtFactory() = delete;
 
     /** Registers the class of the objects that `creator` makes. False, with the reason in the log, when the
-       name or the id is taken; false without a word when this creator is registered already. */
+        name or the id is taken; false without a word when this creator is registered already. */
     static bool setupCreator(Creator creator);
     /** Takes a class out; an unknown name is no error. */
     static void unsetupCreator(const String& name);
@@ -293,7 +293,7 @@ ORVI_API String typeName(const std::type_info& type);
 } // namespace orvi
 
 /** Declares, in the body of a class with an Unknown base and a default constructor, what a registered class
-   has. ORVI_DEFINE_CLASS completes it. What follows in the class is private. Expands to
+    has. ORVI_DEFINE_CLASS completes it. What follows in the class is private. Expands to
 
         public:
             static const String g_className_;         // the plain name
@@ -329,8 +329,8 @@ private:                                                                        
 #endif
 
 /** Completes ORVI_DECLARE_CLASS in one source: registers the class when the module is loaded and takes it out
-   when the module goes. `Class` may be qualified, as in Outer::Inner; the registered name is the plain one.
- */
+    when the module goes. `Class` may be qualified, as in Outer::Inner; the registered name is the plain
+    one. */
 #define ORVI_DEFINE_CLASS(Class)                                                     \
     const wchar_t* Class::getClassTimestamp() const { return ORVI_CLASS_TIMESTAMP; } \
     ORVI_DEFINE_CLASS_IDENTITY(Class)

@@ -9,7 +9,7 @@ class InputStream;
 class OutputStream;
 
 /** A number that travels in 1 to 5 bytes, fewer the closer it is to 0: zig-zag, then groups of 7 bits from
-   the lowest on, with bit 7 set on every byte but the last. For the call:
+    the lowest on, with bit 7 set on every byte but the last. For the call:
 
         os << Varint(count);
         is >> length; // a Varint
