@@ -1,6 +1,6 @@
-#include "TempDirectory.h"
+#include "TextPrinting.h"
 
-#include <doctest/doctest.h>
+#include "TempDirectory.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,5 @@
-#include <doctest/doctest.h>
+#include "TextPrinting.h"
+
 #include <orvi/core/Arguments.h>
 
 #include <climits>

@@ -1,4 +1,5 @@
-#include <doctest/doctest.h>
+#include "TextPrinting.h"
+
 #include <orvi/core/Console.h>
 #include <orvi/core/String.h>
 

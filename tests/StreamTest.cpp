@@ -1,3 +1,5 @@
+#include "TextPrinting.h"
+
 #include <orvi/core/Buffer.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Exception.h>
@@ -5,8 +7,6 @@
 #include <orvi/core/Varint.h>
 
 #include "FaultyIO.h"
-
-#include <doctest/doctest.h>
 
 #include <cstdint>
 #include <limits>

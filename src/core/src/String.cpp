@@ -558,17 +558,7 @@ String_T<T> String_T<T>::operator+(const String_T& right) const
 {
     if (isEmpty())
         return right;
-    if (right.isEmpty())
-        return *this;
-    const auto left = static_cast<std::size_t>(elementCount());
-    const auto added = static_cast<std::size_t>(right.elementCount());
-    String_T result;
-    if (StringData* data = create(left + added)) {
-        copyElements(textOf(data), _text, left);
-        copyElements(textOf(data) + left, right._text, added);
-        result.attach(data);
-    }
-    return result;
+    return right.isEmpty() ? *this : append(right._text, static_cast<std::size_t>(right.elementCount()));
 }
 
 template <class T>
@@ -576,14 +566,17 @@ String_T<T> String_T<T>::operator+(const T* right) const
 {
     if (right == nullptr || *right == 0)
         return *this;
-    if (isEmpty())
-        return String_T(right);
-    const auto left = static_cast<std::size_t>(elementCount());
-    const std::size_t added = text::length(right);
+    return isEmpty() ? String_T(right) : append(right, text::length(right));
+}
+
+template <class T>
+String_T<T> String_T<T>::append(const T* right, std::size_t elements) const
+{
+    const auto own = static_cast<std::size_t>(elementCount());
     String_T result;
-    if (StringData* data = create(left + added)) {
-        copyElements(textOf(data), _text, left);
-        copyElements(textOf(data) + left, right, added);
+    if (StringData* data = create(own + elements)) {
+        copyElements(textOf(data), _text, own);
+        copyElements(textOf(data) + own, right, elements);
         result.attach(data);
     }
     return result;

@@ -218,6 +218,7 @@ private:
     int countLength() const noexcept;
     int elementCount() const noexcept { return static_cast<int>(getData()->bufferLength / sizeof(T)) - 1; }
     void assign(const T* text, std::size_t elements);
+    String_T append(const T* right, std::size_t elements) const;
     void shiftCase(T first, T last, int distance);
     String_T& cut(const T* begin, const T* end);
 
