@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "WideUnits.h"
 #include "platform/Format.h"
 
 namespace orvi {
@@ -24,14 +25,6 @@ int getCodePage() { return currentCodePage; }
 namespace {
 
 using namespace orvi::platform;
-
-using Wide = std::vector<wchar_t>;
-
-template <std::size_t size>
-Wide wide(const wchar_t (&literal)[size])
-{
-    return Wide(literal, literal + size - 1);
-}
 
 /** Formats into a buffer of exactly the measured size, and checks every smaller one. */
 template <class T>

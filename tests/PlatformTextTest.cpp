@@ -6,20 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include "WideUnits.h"
 #include "platform/CodePage.h"
 #include "platform/ErrorText.h"
 
 namespace {
 
 using namespace orvi::platform;
-
-using Wide = std::vector<wchar_t>;
-
-template <std::size_t size>
-Wide wide(const wchar_t (&literal)[size])
-{
-    return Wide(literal, literal + size - 1);
-}
 
 Wide toWide(int page, const std::string& text)
 {

@@ -40,23 +40,26 @@ String Call::rest(int index) const
 
 void Call::say(const wchar_t* format, ...) const
 {
-    String text;
     std::va_list values;
     va_start(values, format);
-    text.vprintf(format, values);
+    answer(format, values);
     va_end(values);
-    _answer(text);
 }
 
 bool Call::fail(const wchar_t* format, ...) const
 {
-    String text;
     std::va_list values;
     va_start(values, format);
-    text.vprintf(format, values);
+    answer(format, values);
     va_end(values);
-    _answer(text);
     return false;
+}
+
+void Call::answer(const wchar_t* format, std::va_list values) const
+{
+    String text;
+    text.vprintf(format, values);
+    _answer(text);
 }
 
 CommandTable::CommandTable(std::vector<Command> commands, std::vector<const wchar_t*> notes)

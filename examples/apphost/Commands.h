@@ -1,6 +1,7 @@
 #pragma once
 #include <orvi/core/String.h>
 
+#include <cstdarg>
 #include <functional>
 #include <optional>
 #include <vector>
@@ -27,6 +28,8 @@ public:
     bool fail(const wchar_t* format, ...) const;
 
 private:
+    void answer(const wchar_t* format, std::va_list values) const;
+
     wchar_t** _words;
     int _count;
     Answer _answer;

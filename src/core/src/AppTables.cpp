@@ -1,9 +1,9 @@
 #include "AppTables.h"
 
 #include <orvi/core/App.h>
-#include <orvi/core/Console.h>
 
 #include "Immortal.h"
+#include "Notice.h"
 
 #include <cstdlib>
 #include <utility>
@@ -73,10 +73,7 @@ bool setUpApp(const wchar_t* name, AppFactory factory)
         if (isNew || entry->second == factory)
             return true;
     }
-    constexpr unsigned int yellow = 14, grey = 7;
-    Console::setTextAttribute(yellow);
-    Console::output(L"\nApp: (%s) has been setup!", name);
-    Console::setTextAttribute(grey);
+    printNotice(L"\nApp: (%s) has been setup!", name);
     return false;
 }
 

@@ -1,10 +1,10 @@
 #include <orvi/core/Unknown.h>
 
-#include <orvi/core/Console.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
 
 #include "Immortal.h"
+#include "Notice.h"
 
 #include <cstdlib>
 #include <cxxabi.h>
@@ -40,10 +40,7 @@ void reportSecondSetup(const Unknown& first, const Unknown& second)
         Log::error(L"RTTI: (%s) setup collision! has setup(%s)", firstType.getBuffer(),
                    secondType.getBuffer());
     } else if (String(first.getClassTimestamp()) != second.getClassTimestamp()) {
-        constexpr unsigned int yellow = 14, grey = 7;
-        Console::setTextAttribute(yellow);
-        Console::output(L"\nRTTI: (%s) has been setup!", first.getClassName().getBuffer());
-        Console::setTextAttribute(grey);
+        printNotice(L"\nRTTI: (%s) has been setup!", first.getClassName());
     }
 }
 
