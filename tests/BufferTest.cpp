@@ -102,8 +102,12 @@ TEST_CASE("a Buffer reads and writes Base64")
     CHECK(copy.convertFromBase64(L""));
     CHECK(copy == Buffer());
     // The last ones stand for more bytes than their size tells.
-    for (const wchar_t* bad : {L"Zm9vY", L"Zm9v!g==", L"Zm9v\nYg=", L"Zm9v====", L"Zm9vZm9v========"}) {
+    for (const wchar_t* bad :
+         {L"Z", L"Zg", L"Zg=", L"=", L"Zm9vY", L"Zm9v!g==", L"Zm9v\nYg=", L"Zm9v====", L"Zm9vZm9v========"}) {
         CAPTURE(String(bad));
         CHECK(!copy.convertFromBase64(bad));
     }
+    CHECK(buffer.convertFromBase64(L"Zm9v"));
+    CHECK(!buffer.convertFromBase64(L"Zg="));
+    CHECK(buffer == Buffer()); // the old contents are not taken for those of the text
 }

@@ -5,25 +5,13 @@
 #include <orvi/core/Stream.h>
 #include <orvi/core/Varint.h>
 
+#include "HexText.h"
 #include "StringAccess.h"
 
 #include <cstdlib>
 #include <cstring>
 
 namespace orvi {
-
-namespace {
-
-/** -1 for what is no digit. */
-int hexValue(wchar_t digit)
-{
-    if (digit >= L'0' && digit <= L'9')
-        return digit - L'0';
-    const int lower = digit | 0x20;
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-} // namespace
 
 Buffer::~Buffer() { std::free(_data); }
 
@@ -53,17 +41,14 @@ bool Buffer::operator==(const Buffer& other) const noexcept
 
 String Buffer::convertToHex() const
 {
-    static constexpr char digits[] = "0123456789abcdef";
     const auto size = static_cast<std::size_t>(_size);
     const auto* bytes = static_cast<const unsigned char*>(_data);
     String text;
     wchar_t* room = StringAccess<wchar_t>::prepare(text, size * 2);
     if (room == nullptr)
         return text;
-    for (std::size_t i = 0; i < size; ++i) {
-        *room++ = static_cast<wchar_t>(digits[bytes[i] >> 4]);
-        *room++ = static_cast<wchar_t>(digits[bytes[i] & 0x0F]);
-    }
+    for (std::size_t i = 0; i < size; ++i)
+        room = text::printHexByte(room, bytes[i]);
     return text;
 }
 
@@ -75,11 +60,8 @@ bool Buffer::convertFromHex(const String& text)
     const wchar_t* digits = text.getBuffer();
     auto* bytes = static_cast<unsigned char*>(_data);
     for (int i = 0; i < _size; ++i, digits += 2) {
-        const int high = hexValue(digits[0]);
-        const int low = hexValue(digits[1]);
-        if (high < 0 || low < 0)
+        if (!text::parseHexByte(digits, bytes[i]))
             return false;
-        bytes[i] = static_cast<unsigned char>(high << 4 | low);
     }
     return true;
 }
@@ -88,6 +70,10 @@ String Buffer::convertToBase64() const { return base64_encode(_data, _size); }
 
 bool Buffer::convertFromBase64(const String& text)
 {
+    if (text.getLength() % 4 != 0) { // one of up to 3 characters would pass below as no bytes
+        setBufferSize(0);
+        return false;
+    }
     const int size = base64_datasize(text);
     return setBufferSize(size) == size && base64_decode(text, _data, _size) == size;
 }

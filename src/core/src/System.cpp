@@ -3,6 +3,7 @@
 #include <orvi/core/Time.h>
 
 #include "Guard.h"
+#include "RandomSeed.h"
 #include "platform/MessageQueue.h"
 #include "platform/ThreadInfo.h"
 
@@ -54,7 +55,9 @@ struct System::Pass {
 
 System::System()
     : _semaphore(Semaphore::createInstance())
-{}
+{
+    seedRandom();
+}
 
 System::~System() = default;
 

@@ -16,6 +16,7 @@
 #include <orvi/core/Export.h>
 #include <orvi/core/File.h>
 #include <orvi/core/FileMutex.h>
+#include <orvi/core/Geometry.h>
 #include <orvi/core/Log.h>
 #include <orvi/core/MemoryStream.h>
 #include <orvi/core/Mutex.h>
@@ -29,4 +30,5 @@
 #include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>
 #include <orvi/core/Unknown.h>
+#include <orvi/core/Uuid.h>
 #include <orvi/core/Varint.h>
