@@ -7,6 +7,7 @@
 #include "WideText.h"
 #include "platform/CodePage.h"
 #include "platform/Format.h"
+#include "platform/LargeBlock.h"
 
 #include <cstdlib>
 #include <limits>
@@ -156,12 +157,21 @@ typename String_T<T>::StringData* String_T<T>::create(std::size_t elements)
     void* block = nullptr;
     if (bytes <= static_cast<std::size_t>(std::numeric_limits<int>::max()))
         block = std::malloc(sizeof(StringData) + bytes);
+    if (block != nullptr && bytes >= platform::largeBlockBytes)
+        platform::prepareLargeBlock(block, bytes);
     if (block == nullptr) {
         Log::error(L"Allocate memory(%zu) error!", sizeof(StringData) + bytes);
         return nullptr;
     }
+    return adopt(block, elements);
+}
+
+template <class T>
+typename String_T<T>::StringData* String_T<T>::adopt(void* memory, std::size_t elements)
+{
+    const auto bytes = static_cast<std::uint32_t>((elements + 1) * sizeof(T));
     const int length = sizeof(T) > 1 ? static_cast<int>(elements) : -1;
-    auto* data = new (block) StringData{static_cast<std::uint32_t>(bytes), length, 1};
+    auto* data = new (memory) StringData{bytes, length, 1};
     textOf(data)[elements] = 0;
     return data;
 }

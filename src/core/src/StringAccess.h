@@ -1,6 +1,8 @@
 #pragma once
 #include <orvi/core/String.h>
 
+#include <cstring>
+
 namespace orvi {
 
 /** Lets the library build a text in its final block, without a copy. */
@@ -20,6 +22,25 @@ struct StringAccess {
             return nullptr;
         target.attach(data);
         return target._text;
+    }
+
+    /** Makes `target` a copy of the elements; false, with `target` unchanged, when memory runs out. */
+    static bool assign(String_T<T>& target, const T* text, std::size_t elements)
+    {
+        T* room = prepare(target, elements);
+        if (room != nullptr && elements != 0)
+            std::memcpy(room, text, elements * sizeof(T));
+        return room != nullptr;
+    }
+
+    /** What lies in front of the text in a block. */
+    static constexpr std::size_t headerBytes = sizeof(typename String_T<T>::StringData);
+
+    /** Makes memory of malloc the block of `target`: it holds the elements, at least one, behind the room for
+        the header, and has room for a terminator. */
+    static void adopt(String_T<T>& target, void* memory, std::size_t elements)
+    {
+        target.attach(String_T<T>::adopt(memory, elements));
     }
 };
 

@@ -17,7 +17,7 @@ std::size_t length(const T* text)
     if constexpr (sizeof(T) == 1)
         return std::strlen(reinterpret_cast<const char*>(text));
     else
-        return platform::scanWide(text, 0, SIZE_MAX);
+        return platform::scanWide(text, 0, 0, SIZE_MAX);
 }
 
 /** -1, 0 or 1 by unsigned elements up to the first NUL. */

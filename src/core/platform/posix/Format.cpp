@@ -22,7 +22,7 @@ namespace {
 using Length = FormatSpec::Length;
 
 /** The next per cent sign, or the end. */
-const wchar_t* findConversion(const wchar_t* at) { return at + scanWide(at, L'%', SIZE_MAX); }
+const wchar_t* findConversion(const wchar_t* at) { return at + scanWide(at, L'%', L'%', SIZE_MAX); }
 
 const char* findConversion(const char* at)
 {
@@ -38,7 +38,7 @@ const unsigned char* findConversion(const unsigned char* at)
 /** The length of a text that ends at a NUL or, if a precision is given, there: nothing behind is read. */
 std::size_t textLength(const wchar_t* text, int precision)
 {
-    return scanWide(text, 0, precision < 0 ? SIZE_MAX : std::size_t(precision));
+    return scanWide(text, 0, 0, precision < 0 ? SIZE_MAX : std::size_t(precision));
 }
 
 std::size_t textLength(const char* text, int precision)

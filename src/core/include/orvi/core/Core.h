@@ -3,11 +3,13 @@
 /** Everything that liborvi_core offers. */
 #include <orvi/core/App.h>
 #include <orvi/core/Archive.h>
+#include <orvi/core/ArchiveFactory.h>
 #include <orvi/core/Arguments.h>
 #include <orvi/core/Base64.h>
 #include <orvi/core/Buffer.h>
 #include <orvi/core/CallStack.h>
 #include <orvi/core/Callback.h>
+#include <orvi/core/Configuration.h>
 #include <orvi/core/Console.h>
 #include <orvi/core/Digest.h>
 #include <orvi/core/Encoding.h>
@@ -18,6 +20,7 @@
 #include <orvi/core/FileMutex.h>
 #include <orvi/core/Geometry.h>
 #include <orvi/core/Log.h>
+#include <orvi/core/MemoryFile.h>
 #include <orvi/core/MemoryStream.h>
 #include <orvi/core/Mutex.h>
 #include <orvi/core/Pipe.h>
@@ -26,6 +29,7 @@
 #include <orvi/core/Stream.h>
 #include <orvi/core/String.h>
 #include <orvi/core/System.h>
+#include <orvi/core/Text.h>
 #include <orvi/core/Thread.h>
 #include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>

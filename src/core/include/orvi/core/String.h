@@ -203,6 +203,8 @@ private:
 
     /** A block for `elements` and a terminator, which is set; null, and a line in the log, without memory. */
     static StringData* create(std::size_t elements);
+    /** Writes the header and the terminator into memory of malloc that holds `elements` behind their place. */
+    static StringData* adopt(void* memory, std::size_t elements);
     static void destroy(StringData* data) noexcept;
 
     /** Installs a block of which the caller owns a reference. */
