@@ -85,11 +85,10 @@ struct Digits {
     int exponent;         // of the first digit
 };
 
-/** Rounds a finite positive number to 16 digits. False when the error of the table leaves open how. */
-bool roundToDigits(double value, Digits& digits)
+/** Rounds a finite positive number, given by its bits, to 16 digits. False when the error of the table leaves
+    open how. */
+bool roundToDigits(std::uint64_t bits, Digits& digits)
 {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
     std::uint64_t mantissa = bits & ((std::uint64_t(1) << 52) - 1);
     int exponent = static_cast<int>(bits >> 52);
     if (exponent == 0)
@@ -133,16 +132,42 @@ wchar_t* copyPair(wchar_t* target, std::uint64_t pair)
     return target + 2;
 }
 
-/** Writes backwards in front of `end`; gives the first digit. */
-wchar_t* printBackwards(wchar_t* end, std::uint64_t value)
+int countDigits(std::uint64_t value)
+{
+    static constexpr std::uint64_t powers[] = {0,
+                                               1'0,
+                                               1'00,
+                                               1'000,
+                                               1'0000,
+                                               1'00000,
+                                               1'000000,
+                                               1'0000000,
+                                               1'00000000,
+                                               1'000000000,
+                                               1'0000000000,
+                                               1'00000000000,
+                                               1'000000000000,
+                                               1'0000000000000,
+                                               1'00000000000000,
+                                               1'000000000000000,
+                                               1'0000000000000000,
+                                               1'00000000000000000,
+                                               1'000000000000000000,
+                                               10'000000000000000000u};
+    const int bits = 64 - __builtin_clzll(value | 1);
+    const int digits = bits * 1233 >> 12; // log10(2) is 1233 / 4096
+    return digits + (value >= powers[digits] ? 1 : 0);
+}
+
+/** Writes the digits in front of `end`. */
+void printBackwards(wchar_t* end, std::uint64_t value)
 {
     for (; value >= 100; value /= 100)
         copyPair(end -= 2, value % 100);
     if (value >= 10)
-        copyPair(end -= 2, value);
+        copyPair(end - 2, value);
     else
-        *--end = static_cast<wchar_t>('0' + value);
-    return end;
+        end[-1] = static_cast<wchar_t>('0' + value);
 }
 
 wchar_t* copy(wchar_t* target, const wchar_t* source, int count)
@@ -197,7 +222,9 @@ int printDigits(wchar_t* text, std::uint64_t number)
                                                widenDigits(0),
                                                widenDigits(0)};
     std::memcpy(text, units, sizeof units);
-    return last != 0 ? 16 - __builtin_clzll(last) / 8 : 8 - __builtin_clzll(first) / 8;
+    // Without a branch, which would depend on the data: the bytes up to the last digit that is not 0.
+    const bool hasLast = last != 0;
+    return (hasLast ? 16 : 8) - __builtin_clzll(hasLast ? last : first) / 8;
 }
 
 void copySixteen(wchar_t* target, const wchar_t* source)
@@ -338,10 +365,8 @@ bool startsNoCase(const wchar_t* text, const char* lower)
 
 int printInteger(wchar_t* target, std::uint64_t value)
 {
-    wchar_t text[20];
-    const wchar_t* first = printBackwards(text + 20, value);
-    const auto count = static_cast<int>(text + 20 - first);
-    copy(target, first, count);
+    const int count = countDigits(value);
+    printBackwards(target + count, value);
     return count;
 }
 
@@ -355,21 +380,23 @@ int printInteger(wchar_t* target, std::int64_t value)
 
 int printDouble(wchar_t* target, double value)
 {
-    const double size = std::fabs(value);
+    constexpr std::uint64_t infinity = std::uint64_t(0x7FF) << 52;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    *target = '-';
+    const auto sign = static_cast<int>(bits >> 63);
+    wchar_t* const digitsAt = target + sign;
+    bits &= ~(std::uint64_t(1) << 63);
     Digits digits{};
-    wchar_t* p = target;
-    if (std::signbit(value))
-        *p++ = '-';
-    if (size == 0) {
-        *p++ = '0';
-    } else if (std::isfinite(value) && roundToDigits(size, digits)) {
-        p = layOut(p, digits);
-    } else {
-        String text;
-        text.format(L"%.16g", size);
-        p = copy(p, text, text.getLength());
+    if (bits == 0) {
+        *digitsAt = '0';
+        return sign + 1;
     }
-    return static_cast<int>(p - target);
+    if (bits < infinity && roundToDigits(bits, digits))
+        return static_cast<int>(layOut(digitsAt, digits) - target);
+    String text;
+    text.format(L"%.16g", std::fabs(value));
+    return static_cast<int>(copy(digitsAt, text, text.getLength()) - target);
 }
 
 double parseDecimal(const wchar_t* text, const wchar_t*& end)
