@@ -1,7 +1,9 @@
 #include <benchmark/benchmark.h>
 
 #include <orvi/core/Encoding.h>
+#include <orvi/core/File.h>
 #include <orvi/core/Json.h>
+#include <orvi/core/MemoryFile.h>
 
 #ifdef ORVI_BENCH_NLOHMANN
 #include <nlohmann/json.hpp>
@@ -21,7 +23,7 @@
 #include <malloc.h>
 
 #include <cstdio>
-#include <functional>
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -176,6 +178,34 @@ void printOrvi(benchmark::State& state)
     setBytes(state);
 }
 
+void readOrvi(benchmark::State& state)
+{
+    const std::string& text = document(state);
+    const auto file = orvi::MemoryFile::createInstance();
+    file->write(text.data(), static_cast<int>(text.size()));
+    for (auto _ : state) {
+        file->setPosition(0);
+        JsonValue value;
+        if (!Json::read(value, file))
+            std::abort();
+    }
+    setBytes(state);
+}
+
+void loadOrvi(benchmark::State& state)
+{
+    const std::string& text = document(state);
+    const auto file = orvi::TempFile::createTempFile();
+    file->write(text.data(), static_cast<int>(text.size()));
+    file->setPosition(0); // writes the buffer out
+    for (auto _ : state) {
+        JsonValue value;
+        if (!Json::load(value, file->getFileName()))
+            std::abort();
+    }
+    setBytes(state);
+}
+
 #ifdef ORVI_BENCH_NLOHMANN
 void parseNlohmann(benchmark::State& state)
 {
@@ -258,6 +288,8 @@ void documents(benchmark::internal::Benchmark* benchmark)
 #define ORVI_BENCH(function) BENCHMARK(function)->Apply(documents)
 
 ORVI_BENCH(parseOrvi);
+ORVI_BENCH(readOrvi);
+ORVI_BENCH(loadOrvi);
 #ifdef ORVI_BENCH_RAPIDJSON
 ORVI_BENCH(parseRapid);
 #endif

@@ -1,6 +1,8 @@
 #pragma once
 #include <orvi/core/JsonValue.h>
 
+#include "StringAccess.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -82,7 +84,8 @@ private:
     /** The block behind the first one in which the entry lies. */
     std::uint32_t blockOf(std::uint32_t index) const noexcept
     {
-        return 31 - static_cast<std::uint32_t>(__builtin_clz(index / _capacity));
+        const std::uint32_t folds = index / _capacity; // NOLINT(clang-analyzer-core.DivideZero): never 0
+        return 31 - static_cast<std::uint32_t>(__builtin_clz(folds));
     }
     Extra& makeExtra()
     {
@@ -147,11 +150,11 @@ struct JsonAccess {
     using Elements = JsonValue::Elements;
 
     /** Null for an empty array. */
-    static Elements* elements(const JsonValue& value) noexcept { return value._elements; }
+    static Elements* elements(const JsonValue& value) noexcept { return value._word.elements; }
     /** Null for an empty object. */
     static JsonObject* object(const JsonValue& value) noexcept
     {
-        return static_cast<JsonObject*>(value._members);
+        return static_cast<JsonObject*>(value._word.members);
     }
     /** The container of an empty array, which gets one with room for `capacity` entries, at least 1. */
     static Elements& makeElements(JsonValue& array, std::size_t capacity);
@@ -163,16 +166,19 @@ struct JsonAccess {
     {
         new (&null) JsonValue(value);
     }
-    static String& makeText(JsonValue& null) noexcept
+    static void setText(JsonValue& null, String&& text) noexcept
     {
-        set(null, JsonValue::stringValue);
-        return null._string;
+        null._word.asText = StringAccess<wchar_t>::detach(std::move(text));
+        null._type = JsonValue::stringValue;
     }
 
-    static const String& text(const JsonValue& value) noexcept { return value._string; }
-    static std::int64_t integer(const JsonValue& value) noexcept { return value._int; }
-    static std::uint64_t unsignedInteger(const JsonValue& value) noexcept { return value._uint; }
-    static double real(const JsonValue& value) noexcept { return value._real; }
+    static JsonKey text(const JsonValue& value) noexcept
+    {
+        return {value._word.asText, StringAccess<wchar_t>::length(value._word.asText)};
+    }
+    static std::int64_t integer(const JsonValue& value) noexcept { return value._word.asInt; }
+    static std::uint64_t unsignedInteger(const JsonValue& value) noexcept { return value._word.asUInt; }
+    static double real(const JsonValue& value) noexcept { return value._word.asReal; }
 
 private:
     friend class JsonValue;
@@ -198,11 +204,10 @@ inline int compareKeys(const JsonKey& a, const JsonKey& b) noexcept
 }
 
 /** Whether two texts are the same, NULs inside them included. */
-inline bool equalTexts(const String& a, const String& b) noexcept
+inline bool equalTexts(const JsonKey& a, const JsonKey& b) noexcept
 {
-    return a.getBuffer() == b.getBuffer() ||
-           (a.getBufferLength() == b.getBufferLength() &&
-            std::memcmp(a.getBuffer(), b.getBuffer(), static_cast<std::size_t>(a.getBufferLength())) == 0);
+    return a.length == b.length &&
+           (a.text == b.text || std::memcmp(a.text, b.text, a.length * sizeof(wchar_t)) == 0);
 }
 
 } // namespace orvi

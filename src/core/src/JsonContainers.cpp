@@ -83,7 +83,7 @@ JsonValue& JsonObject::findOrAdd(const JsonKey& key, const String* name)
 
 JsonValue::Elements& JsonAccess::makeElements(JsonValue& array, std::size_t capacity)
 {
-    return *(array._elements =
+    return *(array._word.elements =
                  createContainer<Elements, JsonValue>(capacity != 0 ? capacity : firstCapacity));
 }
 
@@ -91,7 +91,7 @@ JsonObject& JsonAccess::makeObject(JsonValue& object, std::size_t capacity)
 {
     auto* made =
         createContainer<JsonObject, JsonObject::value_type>(capacity != 0 ? capacity : firstCapacity);
-    object._members = made;
+    object._word.members = made;
     return *made;
 }
 
@@ -179,8 +179,8 @@ private:
             return;
         }
         target._type = source._type;
-        target._elements = nullptr;
-        if (source.size() != 0)
+        target._word.elements = nullptr;
+        if (!source.empty())
             _open.emplace_back(&source, &target);
     }
     void copyElements(JsonValue& target, const JsonValue& source)
@@ -236,7 +236,7 @@ private:
             return left.equalsScalar(right);
         if (left.size() != right.size())
             return false;
-        if (left.size() != 0)
+        if (!left.empty())
             _open.emplace_back(&left, &right);
         return true;
     }
@@ -288,7 +288,7 @@ const JsonObject& objectOf(const JsonValue::Members& members)
 const JsonValue::Members& JsonValue::getMembers() const noexcept
 {
     static const JsonObject none(1);
-    return isObject() && _members != nullptr ? *_members : static_cast<const Members&>(none);
+    return isObject() && _word.members != nullptr ? *_word.members : static_cast<const Members&>(none);
 }
 
 std::size_t JsonValue::Members::size() const noexcept { return objectOf(*this).size(); }

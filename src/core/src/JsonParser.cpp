@@ -96,7 +96,7 @@ const wchar_t* skipPlain(const wchar_t* p)
 }
 
 /** Passes `word` if the text begins with it. */
-const wchar_t* passWord(const wchar_t* p, const char* word)
+const wchar_t* passWord(const wchar_t* p, const wchar_t* word)
 {
     for (; *word != 0; ++p, ++word)
         if (*p != *word)
@@ -207,12 +207,12 @@ public:
             return parseObject(p, value);
         case 'f':
             JsonAccess::set(value, false);
-            return passWord(p, "false");
+            return passWord(p, L"false");
         case 't':
             JsonAccess::set(value, true);
-            return passWord(p, "true");
+            return passWord(p, L"true");
         case 'n':
-            return passWord(p, "null");
+            return passWord(p, L"null");
         default:
             return *p == '-' || (*p >= '0' && *p <= '9') ? parseNumber(p, value) : nullptr;
         }
@@ -254,7 +254,11 @@ private:
 
     const wchar_t* parseText(const wchar_t* p, JsonValue& value)
     {
-        return parseString(p, JsonAccess::makeText(value), false);
+        String text;
+        p = parseString(p, text, false);
+        if (p != nullptr)
+            JsonAccess::setText(value, std::move(text));
+        return p;
     }
 
     const wchar_t* parseString(const wchar_t* p, String& string, bool isKey)

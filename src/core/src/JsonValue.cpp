@@ -5,6 +5,7 @@
 
 #include "JsonAccess.h"
 #include "NumberText.h"
+#include "StringAccess.h"
 #include "WideText.h"
 
 #include <cmath>
@@ -49,28 +50,35 @@ JsonValue::JsonValue(const JsonValue& other)
 {
     if (other._type >= arrayValue) {
         JsonAccess::copy(*this, other);
-    } else if (other._type == stringValue) {
-        new (&_string) String(other._string);
-        _type = stringValue;
-    } else {
-        _uint = other._uint;
-        _type = other._type;
+        return;
     }
+    if (other._type == stringValue)
+        setText(other.getText());
+    else
+        _word = other._word;
+    _type = other._type;
 }
+
+void JsonValue::setText(const String& text) noexcept
+{
+    _word.asText = StringAccess<wchar_t>::detach(String(text));
+}
+
+String JsonValue::getText() const noexcept { return StringAccess<wchar_t>::share(_word.asText); }
 
 void JsonValue::clear() noexcept
 {
     if (_type >= arrayValue)
         JsonAccess::destroy(*this);
     else if (_type == stringValue)
-        _string.~String();
+        StringAccess<wchar_t>::release(_word.asText);
     _type = nullValue;
 }
 
 int JsonValue::size() const noexcept
 {
     if (isArray())
-        return _elements != nullptr ? static_cast<int>(_elements->size()) : 0;
+        return _word.elements != nullptr ? static_cast<int>(_word.elements->size()) : 0;
     return isObject() ? static_cast<int>(getMembers().size()) : 0;
 }
 
@@ -78,13 +86,13 @@ JsonValue& JsonValue::operator[](int index)
 {
     if (!isArray())
         *this = JsonValue(arrayValue);
-    Elements& elements = _elements != nullptr ? *_elements : JsonAccess::makeElements(*this, 0);
+    Elements& elements = _word.elements != nullptr ? *_word.elements : JsonAccess::makeElements(*this, 0);
     return elements.findOrAdd(index);
 }
 
 const JsonValue& JsonValue::operator[](int index) const noexcept
 {
-    const JsonValue* found = isArray() && _elements != nullptr ? _elements->find(index) : nullptr;
+    const JsonValue* found = isArray() && _word.elements != nullptr ? _word.elements->find(index) : nullptr;
     return found != nullptr ? *found : nullJson;
 }
 
@@ -99,7 +107,7 @@ JsonValue& JsonValue::member(const JsonKey& key, const String* name)
     if (!isObject()) {
         swap(old);
         _type = objectValue;
-        _members = nullptr;
+        _word.members = nullptr;
     }
     JsonObject* object = JsonAccess::object(*this);
     return (object != nullptr ? *object : JsonAccess::makeObject(*this, 0)).findOrAdd(key, name);
@@ -108,7 +116,7 @@ JsonValue& JsonValue::member(const JsonKey& key, const String* name)
 const JsonValue& JsonValue::member(const JsonKey& key) const noexcept
 {
     const JsonValue* found =
-        isObject() && _members != nullptr ? JsonAccess::object(*this)->find(key) : nullptr;
+        isObject() && _word.members != nullptr ? JsonAccess::object(*this)->find(key) : nullptr;
     return found != nullptr ? *found : nullJson;
 }
 
@@ -118,11 +126,12 @@ bool JsonValue::fits() const noexcept
     using Limits = std::numeric_limits<T>;
     switch (_type) {
     case intValue:
-        return std::cmp_greater_equal(_int, Limits::min()) && std::cmp_less_equal(_int, Limits::max());
+        return std::cmp_greater_equal(_word.asInt, Limits::min()) &&
+               std::cmp_less_equal(_word.asInt, Limits::max());
     case uintValue:
-        return std::cmp_less_equal(_uint, Limits::max());
+        return std::cmp_less_equal(_word.asUInt, Limits::max());
     case realValue:
-        return isInRange<T>(_real) && std::trunc(_real) == _real;
+        return isInRange<T>(_word.asReal) && std::trunc(_word.asReal) == _word.asReal;
     default:
         return false;
     }
@@ -137,19 +146,19 @@ T JsonValue::asInteger(const wchar_t* type) const
     case intValue:
         if (!fits<T>())
             Log::warning(L"intValue out of %s range", type);
-        return static_cast<T>(_int);
+        return static_cast<T>(_word.asInt);
     case uintValue:
         if (!fits<T>())
             Log::warning(L"uintValue out of %s range", type);
-        return static_cast<T>(_uint);
+        return static_cast<T>(_word.asUInt);
     case realValue:
-        if (!isInRange<T>(_real))
+        if (!isInRange<T>(_word.asReal))
             Log::warning(L"double out of %s range", type);
-        return toInteger<T>(_real);
+        return toInteger<T>(_word.asReal);
     case boolValue:
-        return _bool ? 1 : 0;
+        return _word.asBool ? 1 : 0;
     case stringValue:
-        return static_cast<T>(text::parseInteger<std::int64_t>(_string.getBuffer()));
+        return static_cast<T>(text::parseInteger<std::int64_t>(_word.asText));
     default:
         Log::warning(L"Value is not convertible to %s", type);
         return 0;
@@ -190,15 +199,15 @@ double JsonValue::asDouble() const
     case nullValue:
         return 0;
     case intValue:
-        return static_cast<double>(_int);
+        return static_cast<double>(_word.asInt);
     case uintValue:
-        return static_cast<double>(_uint);
+        return static_cast<double>(_word.asUInt);
     case realValue:
-        return _real;
+        return _word.asReal;
     case boolValue:
-        return _bool ? 1 : 0;
+        return _word.asBool ? 1 : 0;
     case stringValue:
-        return text::parseDouble(_string.getBuffer());
+        return text::parseDouble(_word.asText);
     default:
         Log::warning(L"Value is not convertible to double.");
         return 0;
@@ -210,11 +219,11 @@ bool JsonValue::asBool() const
     switch (_type) {
     case intValue:
     case uintValue:
-        return _uint != 0;
+        return _word.asUInt != 0;
     case realValue:
-        return _real != 0.0;
+        return _word.asReal != 0.0;
     case boolValue:
-        return _bool;
+        return _word.asBool;
     case nullValue:
     case stringValue:
         return false;
@@ -231,15 +240,15 @@ String JsonValue::asString() const
     case nullValue:
         return String();
     case intValue:
-        return String(buffer, text::printInteger(buffer, _int));
+        return String(buffer, text::printInteger(buffer, _word.asInt));
     case uintValue:
-        return String(buffer, text::printInteger(buffer, _uint));
+        return String(buffer, text::printInteger(buffer, _word.asUInt));
     case realValue:
-        return String(buffer, text::printDouble(buffer, _real));
+        return String(buffer, text::printDouble(buffer, _word.asReal));
     case boolValue:
-        return _bool ? L"true" : L"false";
+        return _word.asBool ? L"true" : L"false";
     case stringValue:
-        return _string;
+        return getText();
     default:
         return Json::convertToString(*this, false);
     }
@@ -261,13 +270,13 @@ bool JsonValue::equalsScalar(const JsonValue& other) const
         return equalTexts(asString(), other.asString());
     switch (_type) {
     case realValue:
-        return _real == other._real;
+        return _word.asReal == other._word.asReal;
     case boolValue:
-        return _bool == other._bool;
+        return _word.asBool == other._word.asBool;
     case stringValue:
-        return equalTexts(_string, other._string);
+        return equalTexts(JsonAccess::text(*this), JsonAccess::text(other));
     default:
-        return _int == other._int;
+        return _word.asInt == other._word.asInt;
     }
 }
 

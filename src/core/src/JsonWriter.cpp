@@ -120,11 +120,17 @@ private:
     // The level may be moved by the next value that is printed.
     bool printElement(Level& level)
     {
-        if (level.index == level.size)
-            return close(']');
-        const int index = level.index++;
-        const JsonValue* element = level.elements->find(index);
-        return separate(index == 0) && (element != nullptr ? printValue(*element) : put(L"null", 4));
+        while (level.index != level.size) {
+            const int index = level.index++;
+            const JsonValue* element = level.elements->find(index);
+            if (!separate(index == 0))
+                return false;
+            if (element == nullptr ? !put(L"null", 4) : !printValue(*element))
+                return false;
+            if (element != nullptr && element->type() >= JsonValue::arrayValue)
+                return true;
+        }
+        return close(']');
     }
     bool printMember(Level& level)
     {
@@ -202,9 +208,8 @@ private:
         return true;
     }
 
-    bool printText(const String& string)
+    bool printText(const JsonKey& text)
     {
-        const JsonKey text(string);
         const wchar_t* const end = text.text + text.length;
         if (!put('"'))
             return false;

@@ -2,6 +2,7 @@
 #include <orvi/core/String.h>
 
 #include <cstring>
+#include <utility>
 
 namespace orvi {
 
@@ -33,6 +34,24 @@ struct StringAccess {
         return room != nullptr;
     }
 
+    // A string without the object: its text, which holds one reference on the block.
+    static T* detach(String_T<T>&& string) noexcept
+    {
+        return std::exchange(string._text, String_T<T>::emptyText());
+    }
+    static void release(T* detached) noexcept { dataOf(detached)->release(); }
+    static String_T<T> share(T* detached) noexcept
+    {
+        String_T<T> string;
+        dataOf(detached)->addReference();
+        string._text = detached;
+        return string;
+    }
+    static std::size_t length(const T* detached) noexcept
+    {
+        return dataOf(const_cast<T*>(detached))->bufferLength / sizeof(T) - 1;
+    }
+
     /** What lies in front of the text in a block. */
     static constexpr std::size_t headerBytes = sizeof(typename String_T<T>::StringData);
 
@@ -41,6 +60,12 @@ struct StringAccess {
     static void adopt(String_T<T>& target, void* memory, std::size_t elements)
     {
         target.attach(String_T<T>::adopt(memory, elements));
+    }
+
+private:
+    static auto* dataOf(T* text) noexcept
+    {
+        return reinterpret_cast<typename String_T<T>::StringData*>(text) - 1;
     }
 };
 

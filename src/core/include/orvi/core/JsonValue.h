@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <map>
 #include <type_traits>
@@ -22,6 +21,10 @@ struct JsonKey {
     {}
     /** Null counts as the empty text. */
     ORVI_API JsonKey(const wchar_t* key) noexcept;
+    JsonKey(const wchar_t* key, std::size_t units) noexcept
+        : text(key)
+        , length(units)
+    {}
 
     const wchar_t* text;
     std::size_t length;
@@ -67,10 +70,10 @@ public:
         : _type(type)
     {
         if (type == stringValue)
-            new (&_string) String;
+            setText(String());
     }
-    JsonValue(signed char value) noexcept { setInt(value); }
-    JsonValue(char value) noexcept { setInt(value); }
+    JsonValue(signed char value) noexcept { setInt(static_cast<int>(value)); }
+    JsonValue(char value) noexcept { setInt(static_cast<int>(value)); }
     JsonValue(short value) noexcept { setInt(value); }
     JsonValue(int value) noexcept { setInt(value); }
     JsonValue(long value) noexcept { setInt(value); }
@@ -82,12 +85,12 @@ public:
     JsonValue(unsigned long value) noexcept
         : _type(value >> 63 == 0 ? intValue : uintValue)
     {
-        _uint = value;
+        _word.asUInt = value;
     }
     JsonValue(unsigned long long value) noexcept
         : _type(uintValue)
     {
-        _uint = value;
+        _word.asUInt = value;
     }
     JsonValue(float value) noexcept
         : JsonValue(static_cast<double>(value))
@@ -95,17 +98,17 @@ public:
     JsonValue(double value) noexcept
         : _type(realValue)
     {
-        _real = value;
+        _word.asReal = value;
     }
     JsonValue(bool value) noexcept
         : _type(boolValue)
     {
-        _bool = value;
+        _word.asBool = value;
     }
     JsonValue(const String& text) noexcept
         : _type(stringValue)
     {
-        new (&_string) String(text);
+        setText(text);
     }
     /** Null counts as the empty text. */
     JsonValue(const wchar_t* text)
@@ -235,17 +238,18 @@ private:
 
     JsonValue& member(const JsonKey& key, const String* name);
     const JsonValue& member(const JsonKey& key) const noexcept;
-    template <class T>
-    void setInt(T value) noexcept
+    void setInt(long long value) noexcept
     {
         _type = intValue;
-        _int = value;
+        _word.asInt = value;
     }
-    /** For a null: takes what the other one holds. A value moves by its bytes, since each of its contents can:
-        a string is one pointer. */
+    void setText(const String& text) noexcept;
+    String getText() const noexcept;
+    /** For a null: takes what the other one holds. */
     void take(JsonValue& other) noexcept
     {
-        std::memcpy(static_cast<void*>(this), &other, sizeof *this);
+        _word = other._word;
+        _type = other._type;
         other._type = nullValue;
     }
     bool equalsScalar(const JsonValue& other) const;
@@ -255,14 +259,14 @@ private:
     T asInteger(const wchar_t* type) const;
 
     union {
-        std::int64_t _int;
-        std::uint64_t _uint = 0;
-        double _real;
-        bool _bool;
-        String _string;
-        Elements* _elements; // null: none
-        Members* _members;   // null: none
-    };
+        std::int64_t asInt;
+        std::uint64_t asUInt = 0;
+        double asReal;
+        bool asBool;
+        wchar_t* asText;    // of a String, with a reference on its block
+        Elements* elements; // owned; null: none
+        Members* members;   // owned; null: none
+    } _word;
     ValueType _type = nullValue;
 };
 
