@@ -9,6 +9,9 @@ std::span<const AppKind> appKinds()
         {L"time", createTimeBox, L"the zone in which times are shown, such as Etc/GMT-8"},
         {L"classes", createClassesBox, L""},
         {L"counter", createCounterBox, L"the milliseconds between two counts"},
+        {L"documents", createDocumentsBox, L""},
+        {L"objects", createObjectsBox, L""},
+        {L"uuid", createUuidBox, L""},
     };
     return kinds;
 }

@@ -20,9 +20,16 @@ bool CommandBox::init()
     return AppBox::init() && orvi::Yield::createInstance()->start(this);
 }
 
+bool CommandBox::dosamething(orvi::AppPipe* pipe, const wchar_t* text)
+{
+    _text = text;
+    return AppBox::dosamething(pipe, text);
+}
+
 bool CommandBox::docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc)
 {
-    const Call call(argv, argc, [pipe](const String& text) { pipe->write(text); });
+    constexpr int behindCommandWord = 9; // "$COMMAND "
+    const Call call(argv, argc, _text + behindCommandWord, [pipe](const String& text) { pipe->write(text); });
     try {
         return _commands.run(call);
     } catch (const orvi::Exception& exception) {

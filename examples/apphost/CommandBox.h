@@ -5,7 +5,7 @@
 
 namespace apphost {
 
-/** An application with a table of commands: what the four applications have in common. A subclass gives the
+/** An application with a table of commands: what the applications here have in common. A subclass gives the
     table, and one method for each of its rows:
 
         TimeBox(const String& appName, const String& parameters)
@@ -15,6 +15,7 @@ namespace apphost {
 class CommandBox : public orvi::AppBox {
 public:
     bool init() override;
+    bool dosamething(orvi::AppPipe* pipe, const wchar_t* text) override;
     bool docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc) override;
 
 protected:
@@ -25,6 +26,7 @@ protected:
 
 private:
     CommandTable _commands;
+    const wchar_t* _text = nullptr; // under way: docmd itself gets the words alone
 };
 
 } // namespace apphost

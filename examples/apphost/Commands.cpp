@@ -19,11 +19,36 @@ String nameAndUsage(const Command& command)
     return *command.usage != 0 ? String(command.name) + L" " + command.usage : String(command.name);
 }
 
+bool isBlank(wchar_t ch) { return ch == L' ' || ch == L'\t'; }
+
+/** Passes a word as orvi::parseArguments delimits it. */
+const wchar_t* skipWord(const wchar_t* p, bool isCommandWord)
+{
+    for (bool quoted = false; *p != 0 && (quoted || !isBlank(*p)); ++p) {
+        if (*p == L'\\' && !isCommandWord && (p[1] == L'\\' || p[1] == L'"')) {
+            ++p;
+        } else if (*p == L'"') {
+            if (quoted && p[1] == L'"' && !isCommandWord)
+                ++p;
+            quoted = !quoted;
+        }
+    }
+    return p;
+}
+
+const wchar_t* skipBlanks(const wchar_t* p)
+{
+    while (isBlank(*p))
+        ++p;
+    return p;
+}
+
 } // namespace
 
-Call::Call(wchar_t** words, int count, Answer answer)
+Call::Call(wchar_t** words, int count, const wchar_t* line, Answer answer)
     : _words(words)
     , _count(count)
+    , _line(line)
     , _answer(std::move(answer))
 {}
 
@@ -36,6 +61,14 @@ String Call::rest(int index) const
         text += _words[i];
     }
     return text;
+}
+
+const wchar_t* Call::tail(int index) const
+{
+    const wchar_t* p = _line;
+    for (int i = 0; i < index; ++i)
+        p = skipBlanks(skipWord(p, i == 0));
+    return p;
 }
 
 void Call::say(const wchar_t* format, ...) const

@@ -3,17 +3,19 @@
 
 #include <cstdarg>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <vector>
 
 namespace apphost {
 
-/** One command under way: its words, and the way back to whoever gave it. Borrows the words. */
+/** One command under way: its words, and the way back to whoever gave it. Borrows the words and the line. */
 class Call {
 public:
     using Answer = std::function<void(const orvi::String&)>;
 
-    Call(wchar_t** words, int count, Answer answer);
+    /** `line` is what the words come from. */
+    Call(wchar_t** words, int count, const wchar_t* line, Answer answer);
 
     /** The words behind the command word. */
     int arguments() const { return _count - 1; }
@@ -21,6 +23,8 @@ public:
     const wchar_t* operator[](int index) const { return _words[index]; }
     /** The words from `index` on, with one blank between them. */
     orvi::String rest(int index) const;
+    /** The line from that word on as it was typed: JSON keeps its quotes. */
+    const wchar_t* tail(int index) const;
 
     /** Answers with one line; formats as String::format does. */
     void say(const wchar_t* format, ...) const;
@@ -32,6 +36,7 @@ private:
 
     wchar_t** _words;
     int _count;
+    const wchar_t* _line;
     Answer _answer;
 };
 
@@ -52,7 +57,7 @@ std::function<bool(const Call&)> method(Owner* owner, bool (Owner::*run)(const C
     return [owner, run](const Call& call) { return (owner->*run)(call); };
 }
 
-constexpr int anyNumber = 1000;
+constexpr int anyNumber = std::numeric_limits<int>::max();
 
 /** The commands that somebody understands. The command "help" comes by itself. */
 class CommandTable {

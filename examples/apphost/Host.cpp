@@ -69,7 +69,7 @@ Host::Host()
 void Host::run(LineReader& reader)
 {
     if (reader.isTerminal())
-        say(L"try: time now, files help, help; Ctrl-D or quit ends");
+        say(L"try: apps, help, NAME help; Ctrl-D or quit ends");
     String line;
     while (!_quit && !interrupted()) {
         switch (awaitLine(reader, line)) {
@@ -162,7 +162,7 @@ bool Host::runOwn(const String& line)
     int count = 0;
     orvi::parseArguments(line, parsed, count);
     const std::unique_ptr<wchar_t*, decltype(&std::free)> words(parsed, std::free);
-    return words != nullptr && _commands.run(Call(parsed, count, say));
+    return words != nullptr && _commands.run(Call(parsed, count, line, say));
 }
 
 bool Host::send(Client& client, const String& commandLine)
@@ -277,6 +277,13 @@ void Host::startAllKinds()
 {
     for (const AppKind& kind : appKinds())
         _allFine = startApp(kind.name, kind.name, L"") && _allFine;
+}
+
+bool Host::startAll(const std::vector<Start>& starts)
+{
+    return std::all_of(starts.begin(), starts.end(), [this](const Start& start) {
+        return isFree(start.name) && startApp(start.kind, start.name, start.parameters);
+    });
 }
 
 bool Host::openClient(const Call& call)

@@ -1,6 +1,7 @@
 #pragma once
 #include "Client.h"
 #include "Commands.h"
+#include "Config.h"
 #include "LineReader.h"
 
 #include <list>
@@ -15,10 +16,13 @@ public:
 
     /** Starts every kind of application under its own name. */
     void startAllKinds();
+    /** False when one does not start; those before it run. */
+    bool startAll(const std::vector<Start>& starts);
     /** Carries out lines until "quit", the end of the input or Ctrl-C, then ends all applications. */
     void run(LineReader& reader);
     /** Whether every command has done what it should. */
     bool allFine() const { return _allFine; }
+    void endAll();
 
 private:
     // The commands of the host itself.
@@ -41,7 +45,6 @@ private:
     bool add(const orvi::String& label, const orvi::String& kind, const orvi::Handle_T<orvi::App>& app);
     bool settle(Client& client);
     bool deliver();
-    void endAll();
 
     /** Null when there is none. */
     Client* find(const orvi::String& label);

@@ -1,10 +1,13 @@
 /** Applications inside one process, and a command line over them: see --help. */
 
 #include "Apps.h"
+#include "Config.h"
 #include "Host.h"
 #include "Interrupt.h"
 #include "LineReader.h"
 #include "LogPrinter.h"
+
+#include <orvi/core/Encoding.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,29 +16,33 @@
 #include <fcntl.h>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace {
 
-constexpr char usage[] = R"(usage: apphost [--bare] [--log] [SCRIPT]
+constexpr char usage[] = R"(usage: apphost [--bare | --config FILE] [--log] [SCRIPT]
 
-Runs four small applications, each on a thread of its own, and passes lines to
+Runs seven small applications, each on a thread of its own, and passes lines to
 them as commands. The lines come from the file SCRIPT or else from the standard
 input, be it a terminal or a pipe. Try "time now", "files help" or "help".
 
-  --bare   start no application: "start KIND" does
-  --log    show the library's log on the standard error output
-  --help   show this text
+  --bare         start no application: "start KIND" does
+  --config FILE  start the applications that the file names; it may be another
+                 archive URL as well
+  --log          show the library's log on the standard error output
+  --help         show this text
 
 The exit status is 0 when all commands did what they should, 1 when one failed,
-2 for a wrong call of this program.
+2 for a wrong call of this program or a wrong configuration.
 )";
 
-enum Status { allFine = 0, someFailed = 1, wrongUsage = 2 };
+enum Status { allFine = 0, someFailed = 1, wrongStart = 2 };
 
 struct Options {
     bool help = false;
     bool bare = false;
     bool log = false;
+    const char* config = nullptr;
     const char* script = nullptr;
 };
 
@@ -50,12 +57,28 @@ bool parseOptions(int argc, char** argv, Options& options)
             options.bare = true;
         else if (argument == "--log")
             options.log = true;
+        else if (argument == "--config" && options.config == nullptr && i + 1 < argc)
+            options.config = argv[++i];
         else if (argument.starts_with("-") || options.script != nullptr)
             return false;
         else
             options.script = argv[i];
     }
-    return true;
+    return !options.bare || options.config == nullptr;
+}
+
+bool startConfigured(apphost::Host& host, const char* config)
+{
+    std::vector<apphost::Start> starts;
+    orvi::String reason;
+    if (apphost::readConfig(orvi::StringHelper::utf8ToWide(config), starts, reason)) {
+        if (host.startAll(starts))
+            return true;
+        reason = L"not all applications start";
+    }
+    std::fprintf(stderr, "apphost: configuration: %s\n", orvi::StringHelper::wideToUtf8(reason).getBuffer());
+    host.endAll();
+    return false;
 }
 
 } // namespace
@@ -65,7 +88,7 @@ int main(int argc, char** argv)
     Options options;
     if (!parseOptions(argc, argv, options)) {
         std::fputs(usage, stderr);
-        return wrongUsage;
+        return wrongStart;
     }
     if (options.help) {
         std::fputs(usage, stdout);
@@ -76,7 +99,7 @@ int main(int argc, char** argv)
         input = open(options.script, O_RDONLY | O_CLOEXEC);
     if (input < 0) {
         std::fprintf(stderr, "apphost: cannot open '%s': %s\n", options.script, std::strerror(errno));
-        return wrongUsage;
+        return wrongStart;
     }
 
     tzset(); // the library leaves the choice of a time zone to the program
@@ -89,7 +112,9 @@ int main(int argc, char** argv)
 
     apphost::LineReader reader(input);
     apphost::Host host;
-    if (!options.bare)
+    if (options.config != nullptr && !startConfigured(host, options.config))
+        return wrongStart;
+    if (options.config == nullptr && !options.bare)
         host.startAllKinds();
     host.run(reader);
     return host.allFine() ? allFine : someFailed;
