@@ -110,12 +110,6 @@ BuiltIns& builtIns()
     return *factories;
 }
 
-void tearDownBuiltIns()
-{
-    ArchiveFactory::tearDownArchiveFactory(&builtIns().file);
-    ArchiveFactory::tearDownArchiveFactory(&builtIns().memory);
-}
-
 const bool g_initialised = !ArchiveFactory::getArchiveFactory(String()); // sets them up at load
 
 } // namespace
@@ -142,6 +136,15 @@ void ArchiveFactory::setUpBuiltIns()
     static const bool done =
         link(builtIns().file) && link(builtIns().memory) && std::atexit(tearDownBuiltIns) == 0;
     static_cast<void>(done);
+}
+
+void ArchiveFactory::tearDownBuiltIns()
+{
+    for (ArchiveFactory* factory :
+         {static_cast<ArchiveFactory*>(&builtIns().file), static_cast<ArchiveFactory*>(&builtIns().memory)}) {
+        tearDownArchiveFactory(factory);
+        factory->_archiveType = String(); // the module may be going, and no destructor runs
+    }
 }
 
 bool ArchiveFactory::link(ArchiveFactory& factory)

@@ -142,7 +142,7 @@ int Utf8Reader::getChar()
         // A lead without the rest is taken alone: what follows stays in the source if that lets us see it.
         const int known = lookAhead(bytes + 1, 3);
         const Utf8Rest rest = known < 3 && isAll(known) ? Utf8Rest::IsNone : Utf8Rest::MayCome;
-        const DecodedChar alone = decodeUtf8Char(bytes, static_cast<std::size_t>(1 + known), rest);
+        const DecodedChar alone = decodeUtf8Char(bytes, 1 + static_cast<std::size_t>(known), rest);
         if (known > 0 && alone.used == 1)
             return alone.value;
     }

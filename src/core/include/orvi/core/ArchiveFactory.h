@@ -51,6 +51,7 @@ public:
 
 private:
     static void setUpBuiltIns();
+    static void tearDownBuiltIns();
     static bool link(ArchiveFactory& factory);
 
     String _archiveType;
