@@ -3,7 +3,7 @@
 
 namespace orvi::platform {
 
-inline constexpr std::size_t largeBlockBytes = 4u << 20;
+inline constexpr std::size_t largeBlockBytes = 2u << 20;
 
 /** Tells the system that a block of at least `largeBlockBytes` is about to be filled, so that it may give
     memory in large pages. Only speed depends on it. Any number of threads. */

@@ -84,10 +84,11 @@ private:
     static bool copy(Archive& source, MemoryFile& target)
     {
         try {
-            if (!target.writeAll(source))
-                THROW_EXCEPTION(-1, L"OutputStream& operator <<(OutputStream &,InputStream &)");
+            OutputStream to(&target);
+            InputStream from(&source);
+            to << from;
             return true;
-        } catch (const Exception& failure) { // maybe the source's own
+        } catch (const Exception& failure) {
             failure.report();
             return false;
         }

@@ -69,7 +69,8 @@ int MemoryFile::write(const void* data, int size)
         const int count = std::min(size - total, room.size);
         std::memcpy(room.bytes, static_cast<const unsigned char*>(data) + total,
                     static_cast<std::size_t>(count));
-        wrote(count);
+        _position += count;
+        _size = std::max(_size, _position);
         total += count;
     }
     return total;
@@ -79,31 +80,6 @@ int MemoryFile::setPosition(int position)
 {
     _position = std::clamp(position, 0, _size);
     return _position;
-}
-
-bool MemoryFile::writeAll(Input& source)
-{
-    constexpr int leastAsked = 8192;    // of a source that announces its bytes one by one
-    constexpr int maxEmptyAnswers = 16; // in a row, from a source that goes on announcing bytes
-    int emptyAnswers = 0;
-    int available = 0;
-    while ((available = source.available()) > 0) {
-        int rest = std::max(available, leastAsked);
-        for (bool isFull = true; isFull && rest > 0;) {
-            const Room room = roomToWrite();
-            const int wanted = std::min(rest, room.size);
-            const int count = wanted > 0 ? source.read(room.bytes, wanted) : -1;
-            if (count < 0 || count > wanted)
-                return false;
-            wrote(count);
-            rest -= count;
-            emptyAnswers = count == 0 ? emptyAnswers + 1 : 0;
-            if (emptyAnswers == maxEmptyAnswers)
-                return false;
-            isFull = count == wanted;
-        }
-    }
-    return available == 0;
 }
 
 MemoryFile::Room MemoryFile::roomToWrite()
@@ -124,12 +100,6 @@ MemoryFile::Room MemoryFile::roomToWrite()
         return {nullptr, 0};
     }
     return {_pages[page]->getBytes() + offset, size};
-}
-
-void MemoryFile::wrote(int size)
-{
-    _position += size;
-    _size = std::max(_size, _position);
 }
 
 } // namespace orvi

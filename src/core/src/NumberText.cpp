@@ -51,12 +51,10 @@ constexpr PowersOfTen computePowersOfTen()
         // Divided by 10 is times 4/5: the quotient of the upper bits and then of what is left.
         Wide quotient = mantissa / 5;
         Wide rest = mantissa % 5;
-        int bits = 0;
         while ((quotient & topBit) == 0) {
             rest <<= 1;
             quotient = (quotient << 1) | (rest / 5);
             rest %= 5;
-            ++bits;
         }
         mantissa = quotient;
         powers.mantissas[static_cast<std::size_t>(k - lowestPower)] = roundToHalf(mantissa);
@@ -123,7 +121,7 @@ bool roundToDigits(std::uint64_t bits, Digits& digits)
 
 constexpr wchar_t digitPairs[] = L"00010203040506070809101112131415161718192021222324252627282930313233343536"
                                  L"37383940414243444546474849505152535455565758596061626364656667686970717273"
-                                 L"74757677787980818283848586878889909192939495969798990";
+                                 L"7475767778798081828384858687888990919293949596979899";
 
 wchar_t* copyPair(wchar_t* target, std::uint64_t pair)
 {

@@ -73,7 +73,7 @@ private:
     };
 
     static constexpr std::size_t smallCapacity = 8192;
-    static constexpr std::size_t maxPiece = platform::largeBlockBytes / sizeof(T);
+    static constexpr std::size_t maxPiece = 2 * platform::largeBlockBytes / sizeof(T);
     static constexpr std::size_t maxExpected = std::size_t(32) << 20; // whoever says more may mislead
     static constexpr std::size_t headerBytes = StringAccess<T>::headerBytes;
     // What getBufferLength can tell, terminator included.
@@ -119,12 +119,16 @@ private:
         return true;
     }
 
-    /** Makes the only piece the block, without what it has too much. */
+    /** Makes the only piece the block. Much room to spare is given back; with a little of it the next text of
+        the kind finds the same memory again, which the allocator else takes fresh from the system. */
     bool adopt(String_T<T>& target, std::size_t elements)
     {
-        void* const block = _pieces.front().block.release();
-        void* const exact = std::realloc(block, bytesFor(elements));
-        StringAccess<T>::adopt(target, exact != nullptr ? exact : block, elements);
+        void* block = _pieces.front().block.release();
+        if (static_cast<std::size_t>(_end - _at) > elements / 16) {
+            if (void* const exact = std::realloc(block, bytesFor(elements)))
+                block = exact;
+        }
+        StringAccess<T>::adopt(target, block, elements);
         return true;
     }
 

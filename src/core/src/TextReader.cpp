@@ -136,17 +136,12 @@ bool readAs(Reader& reader, TextExtent extent, String_T<T>& text)
     return true;
 }
 
-std::size_t unitCount(const String& text)
-{
-    return static_cast<std::size_t>(text.getBufferLength()) / sizeof(wchar_t) - 1;
-}
-
 /** Calls `put` with each character: a code point for two surrogates that belong together. */
 template <class Put>
 void forEachChar(const String& text, const Put& put)
 {
     const wchar_t* p = text.getBuffer();
-    const wchar_t* const end = p + unitCount(text);
+    const wchar_t* const end = p + StringAccess<wchar_t>::length(text);
     while (p < end) {
         int value = *p++;
         if ((value & 0xFC00) == 0xD800 && (*p & 0xFC00) == 0xDC00)
@@ -171,7 +166,7 @@ bool convert(const String& wide, String_T<char>& text)
 bool convert(const String& wide, String_T<unsigned char>& text)
 {
     const int codePage = getCodePage();
-    const std::size_t units = unitCount(wide);
+    const std::size_t units = StringAccess<wchar_t>::length(wide);
     const std::ptrdiff_t needed = platform::wideToCodePage(codePage, wide, units, nullptr, 0);
     const auto size = static_cast<std::size_t>(std::max<std::ptrdiff_t>(needed, 0));
     unsigned char* room = StringAccess<unsigned char>::prepare(text, size);

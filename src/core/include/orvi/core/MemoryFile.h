@@ -29,10 +29,6 @@ public:
     /** Moves to the nearest position in the file, and gives that. */
     int setPosition(int position) override;
 
-    /** Writes all that the source has, straight into the pages. False when the source fails or announces
-        bytes and keeps delivering none, and when there is no more room. */
-    bool writeAll(Input& source);
-
 protected:
     MemoryFile() noexcept;
     ~MemoryFile() override;
@@ -42,7 +38,6 @@ private:
     struct Room;
 
     Room roomToWrite();
-    void wrote(int size);
 
     std::vector<Handle_T<Cache>> _pages;
     int _size = 0;
