@@ -116,6 +116,27 @@ int MemoryStream::peek(void* buffer, int size) const
     return total;
 }
 
+bool MemoryStream::append(MemoryStream& other) noexcept
+{
+    if (&other == this || other._available > maxAvailable - _available)
+        return false;
+    if (_available == 0)
+        clear();
+    if (other._available == 0)
+        return true;
+    if (_first == nullptr)
+        _first = other._first;
+    else
+        StreamPage::release(_last->link(other._first));
+    _beforeLast = other._beforeLast != nullptr ? other._beforeLast : _last;
+    _last = other._last;
+    _available += other._available;
+    _memoryCacheCount += other._memoryCacheCount;
+    other._first = other._beforeLast = other._last = nullptr;
+    other._available = other._memoryCacheCount = 0;
+    return true;
+}
+
 /** A page with room at the end of the chain; null, with a line in the log, when there is none to be had. */
 MemoryPage* MemoryStream::pageToWrite()
 {
@@ -153,7 +174,8 @@ MemoryPage* MemoryStream::appendPage()
 /** Moves the full last page to the store and keeps it as an empty one behind the stored one. */
 bool MemoryStream::spillLast()
 {
-    if (_beforeLast == nullptr) // the only page may have been read in part, and is needed
+    // Neither the only page, which the reader needs, nor one that had been read in part when it was appended.
+    if (_beforeLast == nullptr || _last->available() < StreamPage::pageSize)
         return false;
     FilePage* stored = FilePage::store(*_last);
     if (stored == nullptr)

@@ -108,17 +108,27 @@ bool OutputStream::attach(Output* output)
 
 Unknown::Handle_T<Output> OutputStream::detach() { return std::move(_output); }
 
+void binary::refuseRead(const wchar_t* type)
+{
+    THROW_EXCEPTION(-1, formatted(L"orvi::InputStream& operator>>(orvi::InputStream &is,%s &i)", type));
+}
+
+void binary::refuseWrite(const wchar_t* type)
+{
+    THROW_EXCEPTION(-1,
+                    formatted(L"orvi::OutputStream& operator<<(orvi::OutputStream &os, const %s &i)", type));
+}
+
 void binary::readScalar(InputStream& is, void* value, int size, const wchar_t* type)
 {
     if (is.read(value, size) != size)
-        THROW_EXCEPTION(-1, formatted(L"orvi::InputStream& operator>>(orvi::InputStream &is,%s &i)", type));
+        refuseRead(type);
 }
 
 void binary::writeScalar(OutputStream& os, const void* value, int size, const wchar_t* type)
 {
     if (os.write(value, size) != size)
-        THROW_EXCEPTION(
-            -1, formatted(L"orvi::OutputStream& operator<<(orvi::OutputStream &os, const %s &i)", type));
+        refuseWrite(type);
 }
 
 bool binary::readObjectHead(InputStream& is, Unknown::Handle_T<Unknown>& object, const std::type_info& type)

@@ -81,6 +81,10 @@ public:
         if (function != nullptr)
             _callback = new CallbackFunction<R, A, F>(function);
     }
+    /** Takes a callback of a kind of its own. */
+    explicit CallbackHandler(CallbackBase<R, A>* callback)
+        : _callback(callback)
+    {}
     /** The method may be one of a base of the object's class. */
     template <class Object, class C, class F>
     CallbackHandler(Object* object, R (C::*method)(F))

@@ -25,7 +25,14 @@
 #include <orvi/core/MemoryFile.h>
 #include <orvi/core/MemoryStream.h>
 #include <orvi/core/Message.h>
+#include <orvi/core/MessageDispenser.h>
+#include <orvi/core/MessageHandler.h>
+#include <orvi/core/MessagePort.h>
+#include <orvi/core/MessageReader.h>
+#include <orvi/core/MessageTable.h>
+#include <orvi/core/Mtbl.h>
 #include <orvi/core/Mutex.h>
+#include <orvi/core/Packet.h>
 #include <orvi/core/Pipe.h>
 #include <orvi/core/Property.h>
 #include <orvi/core/PropertyAttribute.h>

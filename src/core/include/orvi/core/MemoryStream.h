@@ -82,6 +82,10 @@ public:
     int read(void* buffer, int size) override;
     int write(const void* data, int size) override;
 
+    /** Moves all bytes of `other` behind those of this stream, without copying them: `other` is empty then.
+        False, with both as they were, when one stream cannot hold them all. */
+    bool append(MemoryStream& other) noexcept;
+
     /** A new stream with a copy of the bytes; null, with the reason in the log, when it cannot be made. */
     Handle_T<MemoryStream> clone() const { return Unknown::clone(); }
     void importFrom(InputStream& stream) override;

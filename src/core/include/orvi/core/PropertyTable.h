@@ -227,6 +227,7 @@ PropertyAttributes fill(void (*list)(PropertyTable<C>&))
 
         ORVI_DECLARE_CLASS(Circle);
         public:
+            using PropertyBase_ = Shape;
             static Handle_T<Circle> createInstance();
             ... overrides of getPropertyAttributes and getPropertyType
             static const String g_propertyType;                // the class name
@@ -243,6 +244,7 @@ PropertyAttributes fill(void (*list)(PropertyTable<C>&))
     ORVI_DECLARE_CLASS(Class);                                                                          \
                                                                                                         \
 public:                                                                                                 \
+    using PropertyBase_ = __VA_ARGS__;                                                                  \
     static ::orvi::Unknown::Handle_T<Class> createInstance();                                           \
     const ::orvi::PropertyAttributes& getPropertyAttributes() const override                            \
     {                                                                                                   \

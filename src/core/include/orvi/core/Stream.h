@@ -115,6 +115,8 @@ constexpr const wchar_t* nameOf(const unsigned long long*) { return L"unsigned l
 constexpr const wchar_t* nameOf(const float*) { return L"float"; }
 constexpr const wchar_t* nameOf(const double*) { return L"double"; }
 
+[[noreturn]] ORVI_API void refuseRead(const wchar_t* type);
+[[noreturn]] ORVI_API void refuseWrite(const wchar_t* type);
 ORVI_API void readScalar(InputStream& is, void* value, int size, const wchar_t* type);
 ORVI_API void writeScalar(OutputStream& os, const void* value, int size, const wchar_t* type);
 
