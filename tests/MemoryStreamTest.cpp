@@ -415,6 +415,53 @@ TEST_CASE("what the disc does not take stays in memory")
     CHECK(WEXITSTATUS(status) == 0);
 }
 
+TEST_CASE("append hands bytes over in order, from streams that were read in part and that spilled")
+{
+    std::minstd_rand random(5);
+    const auto upTo = [&](int most) {
+        return static_cast<int>(random() % static_cast<unsigned int>(most + 1));
+    };
+    const Handle_T<MemoryStream> queue = MemoryStream::createInstance();
+    Sequence written;
+    Sequence expected;
+    std::vector<unsigned char> bytes;
+    std::vector<unsigned char> answer;
+    const auto readQueue = [&](int most) {
+        const int size = std::min(queue->available(), most);
+        expected.fill(bytes, size);
+        answer.assign(bytes.size(), 0);
+        REQUIRE(queue->read(answer.data(), size) == size);
+        REQUIRE(answer == bytes);
+    };
+    const int sizes[] = {0, 1, 100, pageSize - 1, pageSize, 3 * pageSize + 5, limit + 3 * pageSize};
+    for (int round = 0; round < 60; ++round) {
+        const Handle_T<MemoryStream> incoming = MemoryStream::createInstance();
+        const int dropped = upTo(2 * pageSize); // so that its first page has a hole in front
+        answer.assign(static_cast<std::size_t>(dropped), 7);
+        incoming->write(answer.data(), dropped);
+        written.fill(bytes, round == 30 ? sizes[6] : sizes[round % 6]);
+        incoming->write(bytes.data(), static_cast<int>(bytes.size()));
+        REQUIRE(incoming->read(answer.data(), dropped) == dropped);
+
+        const int before = queue->available();
+        REQUIRE(queue->append(*incoming));
+        CHECK(queue->available() == before + static_cast<int>(bytes.size()));
+        CHECK(incoming->available() == 0);
+        if (round % 3 == 0) { // both can go on being written
+            written.fill(bytes, upTo(pageSize));
+            queue->write(bytes.data(), static_cast<int>(bytes.size()));
+            CHECK(incoming->write("x", 1) == 1);
+        }
+        if (round < 28 || round > 32)
+            readQueue(upTo(4 * pageSize));
+    }
+    written.fill(bytes, limit); // the pages at the end spill in their turn
+    CHECK(queue->write(bytes.data(), limit) == limit);
+    while (queue->available() > 0)
+        readQueue(50000);
+    CHECK_FALSE(queue->append(*queue));
+}
+
 TEST_CASE("a copy shares the pages, and either may go first")
 {
     const int size = 100 * pageSize + 5;

@@ -1,7 +1,6 @@
 #include <orvi/core/MessagePort.h>
 
 #include <orvi/core/Exception.h>
-#include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>
 
 #include <cstring>

@@ -1,0 +1,71 @@
+// Mistakes with messages and their handlers. Nothing of it compiles: the script beside it wants every text behind
+// an "expect:" among the errors.
+#include <orvi/core/Core.h>
+
+using orvi::Message;
+using orvi::MessageHandler;
+using orvi::MessageParser;
+
+struct Fraction {
+    int above;
+    int below;
+};
+void convertPropertyToClass(const orvi::JsonValue& value, Fraction& target);
+void convertPropertyToJson(const Fraction& source, orvi::JsonValue& value);
+
+class Good : public Message {
+    ORVI_DECLARE_MESSAGE(Good, Message);
+    Fraction _fraction;
+    enum { Left, Right } _side;
+};
+ORVI_DEFINE_MESSAGE(Good)
+{
+    table.add(L"fraction", &Good::_fraction); // expect: this member's type has no binary form
+    table.add(L"side", &Good::_side);         // expect: this member's type has no JSON form
+}
+
+class Undeclared : public Good {};
+
+class Uncreated : public Message {
+    ORVI_DECLARE_PROPERTY(Uncreated, Message);
+};
+class Uncreated2 : public Good {
+    ORVI_DECLARE_PROPERTY(Uncreated2, Good);
+};
+class Forward;
+
+struct Room {
+    void onGood(Good*);
+};
+struct Hall {};
+
+void onUndeclared(Undeclared*);
+void onUncreated(Uncreated*);
+void onUncreated2(Uncreated2*);
+void onForward(Forward*);
+void onNumber(int);
+void onValue(Good);
+void onHandle(orvi::Handle_T<Good>);
+void onNothing();
+int onResult(Good*);
+
+void misuse(Hall& hall, const Room& room, int number)
+{
+    orvi::MessageReader reader;
+    orvi::MessagePort port;
+    reader += onUndeclared; // expect: the class of this handler's message is not declared
+    reader += onUncreated;  // expect: nothing says how to make a message of this class
+    reader += onUncreated2; // the same
+    reader += onForward;    // expect: is only declared here: include its header
+    reader += onNumber;     // expect: takes a pointer or a reference to a class derived
+    reader += onValue;      // the same
+    reader += onHandle;     // the same
+    reader += onNothing;    // expect: this is no message handler
+    reader += [](auto* message) { message->report(); }; // the same
+    reader += onResult;                           // expect: this handler's result is not that of the table
+    reader += [number](Good*) { return number; }; // the same
+    reader += [&number](Good*) { ++number; };     // expect: a lambda that captures cannot be found again
+    reader += {&hall, &Room::onGood};             // expect: this is no method of the object's class
+    port.getMessageDispenser() += {&room, &Room::onGood}; // expect: or it changes an object that is const
+    port.getMessageDispenser() += onNumber;
+}
