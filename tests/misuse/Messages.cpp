@@ -13,14 +13,20 @@ struct Fraction {
 void convertPropertyToClass(const orvi::JsonValue& value, Fraction& target);
 void convertPropertyToJson(const Fraction& source, orvi::JsonValue& value);
 
+class Layer : public orvi::Property {
+    ORVI_DECLARE_PROPERTY(Layer, orvi::Property);
+};
+
 class Good : public Message {
     ORVI_DECLARE_MESSAGE(Good, Message);
     Fraction _fraction;
     enum { Left, Right } _side;
+    std::vector<orvi::Handle_T<Layer>> _layers;
 };
 ORVI_DEFINE_MESSAGE(Good)
 {
     table.add(L"fraction", &Good::_fraction); // expect: this member's type has no binary form
+    table.add(L"layers", &Good::_layers);     // expect: objects of this handle's class would arrive empty
     table.add(L"side", &Good::_side);         // expect: this member's type has no JSON form
 }
 

@@ -105,13 +105,34 @@ void writeMember(OutputStream& os, const T& source)
         writeMember(os, static_cast<const property::ElementOf<T>&>(element));
 }
 
+/** Whether a handle leads to objects that read themselves. A class that is only declared is for others to refuse. */
+template <class T>
+constexpr bool hasObjectBody()
+{
+    if constexpr (std::is_same_v<T, Property> || std::is_same_v<T, Unknown> || !property::isComplete<T>)
+        return true; // the dynamic class decides
+    else
+        return !std::is_same_v<decltype(&T::importFrom), decltype(&Unknown::importFrom)>;
+}
+
 template <class T>
 constexpr bool checkBodyForm()
 {
-    static_assert(hasBodyForm<T>(),
-                  "this member's type has no binary form: write operator>>(InputStream&, T&) and "
-                  "operator<<(OutputStream&, const T&) in its namespace");
-    return hasBodyForm<T>();
+    if constexpr (property::isCollection<T>) {
+        return checkBodyForm<property::ElementOf<T>>();
+    } else {
+        static_assert(hasBodyForm<T>(),
+                      "this member's type has no binary form: write operator>>(InputStream&, T&) and "
+                      "operator<<(OutputStream&, const T&) in its namespace");
+        if constexpr (property::isHandle<T>) {
+            constexpr bool hasBody = hasObjectBody<property::PointeeOf<T>>();
+            static_assert(
+                hasBody,
+                "objects of this handle's class would arrive empty: declare it by ORVI_DECLARE_MESSAGE, "
+                "or override importFrom and exportTo");
+        }
+        return hasBodyForm<T>();
+    }
 }
 
 /** Reads the members that a class lists, in their order. */
