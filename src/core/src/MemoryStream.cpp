@@ -78,6 +78,11 @@ int MemoryStream::write(const void* data, int size)
 
 int MemoryStream::read(void* buffer, int size)
 {
+    if (size > 0 && _first != nullptr && _first->isInMemory() && size < _first->available()) { // mostly
+        static_cast<MemoryPage*>(_first)->take(buffer, size);
+        _available -= size;
+        return size;
+    }
     int total = 0;
     while (total < size && _first != nullptr) {
         if (!_first->isInMemory() && _first->available() > size - total)

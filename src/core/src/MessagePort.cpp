@@ -91,6 +91,7 @@ Unknown::Handle_T<Message> MessagePort::popMessage()
 int MessagePort::procMessage(unsigned int timeLimit)
 {
     const MutexGuard guard(_popMutex);
+    constexpr unsigned int forever = std::numeric_limits<unsigned int>::max(); // no time is longer
     const unsigned int began = getTimeTick();
     int count = 0;
     try {
@@ -100,7 +101,8 @@ int MessagePort::procMessage(unsigned int timeLimit)
                 break;
             _messageDispenser.dispatchMessage(message);
             ++count;
-        } while (getTimeTick() - began <= timeLimit && count < std::numeric_limits<int>::max());
+        } while ((timeLimit == forever || getTimeTick() - began <= timeLimit) &&
+                 count < std::numeric_limits<int>::max());
     } catch (const Exception& exception) {
         exception.report();
     }

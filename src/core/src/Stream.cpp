@@ -5,7 +5,10 @@
 #include <orvi/core/Varint.h>
 
 #include "StringAccess.h"
+#include "WideText.h"
+#include "platform/CodePage.h"
 
+#include <cstring>
 #include <utility>
 
 namespace orvi {
@@ -14,6 +17,9 @@ namespace {
 
 constexpr char objectTag = 'O';
 constexpr char nullTag = 'o';
+constexpr const wchar_t* readFailure = L"TyIs& operator >>(TyIs&, String&)";
+constexpr const wchar_t* writeFailure = L"TyOs& operator <<(TyOs&, const String&)";
+constexpr int shortTextBytes = 512; // a text of that size is converted without a block on the way
 
 // Bodies call back into the operators: without a bound, a few bytes of input for each level would eat the
 // stack.
@@ -36,27 +42,53 @@ String formatted(const wchar_t* format, const wchar_t* type)
     return text;
 }
 
-void readText(InputStream& is, String_T<char>& text)
+/** The number of bytes of a text; they are there. */
+int readTextSize(InputStream& is)
 {
     Varint length;
     is >> length;
     const int size = length;
+    if (size < 0 || size > is.available())
+        THROW_EXCEPTION(-1, readFailure);
+    return size;
+}
+
+void readBytes(InputStream& is, int size, String_T<char>& text)
+{
     String_T<char> fresh;
-    char* room = nullptr;
-    if (size >= 0 && size <= is.available())
-        room = StringAccess<char>::prepare(fresh, static_cast<std::size_t>(size));
+    char* room = StringAccess<char>::prepare(fresh, static_cast<std::size_t>(size));
     if (room == nullptr || (size > 0 && is.read(room, size) != size))
-        THROW_EXCEPTION(-1, L"TyIs& operator >>(TyIs&, String&)");
+        THROW_EXCEPTION(-1, readFailure);
     text = std::move(fresh);
+}
+
+void readText(InputStream& is, String_T<char>& text) { readBytes(is, readTextSize(is), text); }
+
+/** Reads a text of at most shortTextBytes without a block on the way. */
+void readShortText(InputStream& is, int size, String& text)
+{
+    char bytes[shortTextBytes];
+    if (size > 0 && is.read(bytes, size) != size)
+        THROW_EXCEPTION(-1, readFailure);
+    wchar_t units[shortTextBytes]; // a byte makes one unit at most
+    const std::ptrdiff_t length = platform::codePageToWide(
+        platform::utf8CodePage, bytes, strnlen(bytes, static_cast<std::size_t>(size)), units, shortTextBytes);
+    if (!StringAccess<wchar_t>::assign(text, units, static_cast<std::size_t>(length)))
+        THROW_EXCEPTION(-1, readFailure);
 }
 
 void readText(InputStream& is, String& text)
 {
+    const int size = readTextSize(is);
+    if (size <= shortTextBytes) {
+        readShortText(is, size, text);
+        return;
+    }
     String_T<char> utf8;
-    readText(is, utf8);
+    readBytes(is, size, utf8);
     String wide = StringHelper::utf8ToWide(utf8);
     if (wide.isEmpty() && *utf8.getBuffer() != 0) // no memory
-        THROW_EXCEPTION(-1, L"TyIs& operator >>(TyIs&, String&)");
+        THROW_EXCEPTION(-1, readFailure);
     text = std::move(wide);
 }
 
@@ -67,19 +99,33 @@ void readText(InputStream& is, String_T<unsigned char>& text)
     text = StringHelper::utf8ToAnsi(utf8);
 }
 
+void writeBytes(OutputStream& os, const char* bytes, int size)
+{
+    os << Varint(size);
+    if (size > 0 && os.write(bytes, size) != size)
+        THROW_EXCEPTION(-1, writeFailure);
+}
+
 void writeText(OutputStream& os, const String_T<char>& text)
 {
-    const int size = text.getBufferLength() - 1;
-    os << Varint(size);
-    if (size > 0 && os.write(text.getBuffer(), size) != size)
-        THROW_EXCEPTION(-1, L"TyOs& operator <<(TyOs&, const String&)");
+    writeBytes(os, text.getBuffer(), text.getBufferLength() - 1);
 }
 
 void writeText(OutputStream& os, const String& text)
 {
+    constexpr std::size_t maxBytesOfUnit = 3;
+    const wchar_t* units = text.getBuffer();
+    const std::size_t length = text::length(units);
+    if (length <= shortTextBytes / maxBytesOfUnit) {
+        char bytes[shortTextBytes];
+        writeBytes(os, bytes,
+                   static_cast<int>(platform::wideToCodePage(platform::utf8CodePage, units, length, bytes,
+                                                             shortTextBytes)));
+        return;
+    }
     const String_T<char> utf8 = StringHelper::wideToUtf8(text);
-    if (utf8.isEmpty() && *text.getBuffer() != 0) // no memory
-        THROW_EXCEPTION(-1, L"TyOs& operator <<(TyOs&, const String&)");
+    if (utf8.isEmpty() && *units != 0) // no memory
+        THROW_EXCEPTION(-1, writeFailure);
     writeText(os, utf8);
 }
 

@@ -14,21 +14,6 @@ void StreamPage::release(StreamPage* page) noexcept
     }
 }
 
-int MemoryPage::peek(void* buffer, int size) const
-{
-    _block.setPosition(_readPos);
-    return _block.read(buffer, std::min(size, available()));
-}
-
-int MemoryPage::write(const void* data, int size)
-{
-    _block.setPosition(_writePos);
-    const int count = _block.write(data, size);
-    if (count > 0)
-        _writePos += count;
-    return count;
-}
-
 FilePage* FilePage::store(const MemoryPage& page)
 {
     auto* stored = new (std::nothrow) FilePage;

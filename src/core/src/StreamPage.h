@@ -16,7 +16,7 @@ public:
     StreamPage(const StreamPage&) = delete;
     StreamPage& operator=(const StreamPage&) = delete;
 
-    virtual bool isInMemory() const = 0;
+    bool isInMemory() const noexcept { return _isInMemory; }
     /** Copies up to `size` bytes, above 0; negative on failure. */
     virtual int peek(void* buffer, int size) const = 0;
     int read(void* buffer, int size)
@@ -37,7 +37,10 @@ public:
     static void release(StreamPage* page) noexcept;
 
 protected:
-    StreamPage() noexcept = default;
+    enum class Place : bool { Store, Memory };
+    explicit StreamPage(Place place) noexcept
+        : _isInMemory(place == Place::Memory)
+    {}
     virtual ~StreamPage() = default;
 
     int _readPos = 0; // offsets in the page: 0 <= read <= write <= its size
@@ -45,17 +48,39 @@ protected:
 
 private:
     std::atomic<unsigned int> _references = 1;
+    const bool _isInMemory;
     StreamPage* _next = nullptr;
 };
 
 /** A page in memory: written once from front to back, read once, and dropped. */
 class MemoryPage final : public StreamPage {
 public:
-    bool isInMemory() const override { return true; }
-    int peek(void* buffer, int size) const override;
+    MemoryPage() noexcept
+        : StreamPage(Place::Memory)
+    {}
+
+    int peek(void* buffer, int size) const override
+    {
+        const int count = std::min(size, available());
+        if (count > 0)
+            std::memcpy(buffer, unread(), static_cast<std::size_t>(count));
+        return count;
+    }
+    /** As read, for no more than is there. */
+    void take(void* buffer, int size) noexcept
+    {
+        std::memcpy(buffer, unread(), static_cast<std::size_t>(size));
+        _readPos += size;
+    }
     int getFreeSize() const noexcept { return pageSize - _writePos; }
-    /** Copies up to `size` bytes; -1 when the page is full. */
-    int write(const void* data, int size);
+    /** Copies up to `size` bytes, as many as there is room for. */
+    int write(const void* data, int size) noexcept
+    {
+        const int count = std::min(size, getFreeSize());
+        std::memcpy(_block.getBytes() + _writePos, data, static_cast<std::size_t>(count));
+        _writePos += count;
+        return count;
+    }
     /** Fills the page from a source with `read(buffer, size)`, by at most `size` bytes; gives its answer. */
     template <class Source>
     int fill(Source& source, int size)
@@ -72,7 +97,7 @@ public:
     void reset() noexcept { _readPos = _writePos = 0; }
 
 private:
-    mutable MemoryBlock<pageSize> _block; // its position is set for every transfer
+    MemoryBlock<pageSize> _block;
 };
 
 /** A full page in the store. Its place there is free again when it goes. */
@@ -81,11 +106,12 @@ public:
     /** Null when the page could not be stored. */
     static FilePage* store(const MemoryPage& page);
 
-    bool isInMemory() const override { return false; }
     int peek(void* buffer, int size) const override;
 
 private:
-    FilePage() noexcept = default;
+    FilePage() noexcept
+        : StreamPage(Place::Store)
+    {}
     ~FilePage() override;
 
     int _place = FileCacheStore::noPlace;
