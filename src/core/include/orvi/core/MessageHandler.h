@@ -13,30 +13,29 @@ namespace orvi {
 /** How the handlers of a client become callbacks on a Message; not for callers. */
 namespace message {
 
-/** What can be called with one argument: its result, its parameter, and the class of a method. */
+/** The result and the parameter of what can be called with one argument. */
 template <class F>
 struct Signature {
     using Result = void;
     using Parameter = void; // of what is no handler
 };
-template <class R, class P, class C = void>
+template <class R, class P>
 struct SignatureOf {
     using Result = R;
     using Parameter = P;
-    using Owner = C;
 };
 template <class R, class P>
 struct Signature<R (*)(P)> : SignatureOf<R, P> {};
 template <class R, class P>
 struct Signature<R (*)(P) noexcept> : SignatureOf<R, P> {};
 template <class R, class C, class P>
-struct Signature<R (C::*)(P)> : SignatureOf<R, P, C> {};
+struct Signature<R (C::*)(P)> : SignatureOf<R, P> {};
 template <class R, class C, class P>
-struct Signature<R (C::*)(P) noexcept> : SignatureOf<R, P, C> {};
+struct Signature<R (C::*)(P) noexcept> : SignatureOf<R, P> {};
 template <class R, class C, class P>
-struct Signature<R (C::*)(P) const> : SignatureOf<R, P, C> {};
+struct Signature<R (C::*)(P) const> : SignatureOf<R, P> {};
 template <class R, class C, class P>
-struct Signature<R (C::*)(P) const noexcept> : SignatureOf<R, P, C> {};
+struct Signature<R (C::*)(P) const noexcept> : SignatureOf<R, P> {};
 template <class F>
 requires requires { &F::operator(); }
 struct Signature<F> : Signature<decltype(&F::operator())> {};
@@ -59,15 +58,13 @@ struct ClassIn<M&> {
 
 /** Declared as a class itself, not only derived from one that is. */
 template <class M>
-inline constexpr bool isDeclared = std::is_same_v<M, Message> || property::isPropertyClass<M>;
-
-template <class M>
-constexpr bool isDeclaredMessage()
+constexpr bool isDeclared()
 {
+    constexpr bool isOwn = property::isPropertyClass<M>;
     static_assert(
-        isDeclared<M>,
+        isOwn,
         "the class of this handler's message is not declared: give it ORVI_DECLARE_MESSAGE(Class, Base)");
-    return isDeclared<M>;
+    return isOwn;
 }
 
 /** With a createMessage_ that is not that of its base. */
@@ -104,7 +101,10 @@ struct HandledBy {
             static_assert(
                 isMessage,
                 "a message handler takes a pointer or a reference to a class derived from orvi::Message");
-            return isMessage && isDeclaredMessage<Found>();
+            if constexpr (isMessage)
+                return isDeclared<Found>();
+            else
+                return false;
         } else {
             static_assert(
                 !isUnary || isClass,
