@@ -462,6 +462,31 @@ TEST_CASE("append hands bytes over in order, from streams that were read in part
     CHECK_FALSE(queue->append(*queue));
 }
 
+TEST_CASE("what is appended spills as what is written does")
+{
+    for (const int size : {600, 10 * pageSize}) {
+        CAPTURE(size);
+        const off_t before = spillFileOf("self").size;
+        const Handle_T<MemoryStream> queue = MemoryStream::createInstance();
+        Flow(*queue, 1).write(pageSize, pageSize);
+        const std::vector<unsigned char> bytes(static_cast<std::size_t>(size), 7);
+        constexpr int total = 3 * limit;
+        for (int done = 0; done < total; done += size) {
+            const Handle_T<MemoryStream> incoming = MemoryStream::createInstance();
+            incoming->write(bytes.data(), size);
+            REQUIRE(queue->append(*incoming));
+        }
+        CHECK(spillFileOf("self").size >= std::max<off_t>(before, limit));
+        CHECK(Flow(*queue, 1).read(pageSize, pageSize));
+        std::vector<unsigned char> answer(bytes.size());
+        for (int done = 0; done < total; done += size) {
+            REQUIRE(queue->read(answer.data(), size) == size);
+            REQUIRE(answer == bytes);
+        }
+        CHECK(queue->available() == 0);
+    }
+}
+
 TEST_CASE("a copy shares the pages, and either may go first")
 {
     const int size = 100 * pageSize + 5;

@@ -279,6 +279,16 @@ TEST_CASE("no lock of the push side is held while a message writes or reads itse
     Prober::port = nullptr;
 }
 
+TEST_CASE("a long queue is no matter for the log, whose listeners may push")
+{
+    const RecordingLog log;
+    MessagePort port;
+    const String large = longText();
+    for (int i = 0; i < 100; ++i)
+        port.pushMessage(makeItem(i, 0, large));
+    CHECK(log.lines().empty());
+}
+
 TEST_CASE("large messages and long queues keep their order beside small ones")
 {
     MessagePort port;

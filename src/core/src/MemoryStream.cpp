@@ -15,7 +15,8 @@ namespace orvi {
 namespace {
 
 constexpr int maxMemoryCacheCount = 2560;
-constexpr int quietMemoryCacheCount = 10; // more are worth a warning
+constexpr int quietMemoryCacheCount = 10;                // more are worth a warning
+constexpr int maxCopiedBytes = 4 * StreamPage::pageSize; // more is linked: half a page is lost on the way
 constexpr int maxAvailable = std::numeric_limits<int>::max();
 
 constexpr const wchar_t* readFailure = L"TyIs& operator >>(TyIs &, Buffer &)";
@@ -125,21 +126,57 @@ bool MemoryStream::append(MemoryStream& other) noexcept
 {
     if (&other == this || other._available > maxAvailable - _available)
         return false;
-    if (_available == 0)
-        clear();
-    if (other._available == 0)
+    if (_available == 0) {
+        swapPages(other); // an empty page goes back where it will be used
         return true;
-    if (_first == nullptr)
-        _first = other._first;
-    else
-        StreamPage::release(_last->link(other._first));
+    }
+    const bool isWorthLinking = other._available > maxCopiedBytes;
+    const bool staysInMemory = _memoryCacheCount + other._memoryCacheCount <= maxMemoryCacheCount;
+    if (!isWorthLinking || !staysInMemory)
+        copyFrom(other);
+    if (other._available > 0)
+        linkPages(other);
+    return true;
+}
+
+void MemoryStream::swapPages(MemoryStream& other) noexcept
+{
+    std::swap(_first, other._first);
+    std::swap(_beforeLast, other._beforeLast);
+    std::swap(_last, other._last);
+    std::swap(_available, other._available);
+    std::swap(_memoryCacheCount, other._memoryCacheCount);
+}
+
+/** Takes the bytes of `other` one by one, as far as pages can be had. */
+void MemoryStream::copyFrom(MemoryStream& other) noexcept
+{
+    while (other._available > 0) {
+        if (!other._first->isInMemory())
+            other.fetchFirst();
+        if (!other._first->isInMemory())
+            return;
+        auto& page = static_cast<MemoryPage&>(*other._first);
+        const int count = write(page.unread(), page.available());
+        if (count <= 0)
+            return;
+        page.skip(count);
+        other._available -= count;
+        if (page.available() <= 0)
+            other.dropFirst();
+    }
+}
+
+/** Hangs the pages of `other`, which has some, behind those here. */
+void MemoryStream::linkPages(MemoryStream& other) noexcept
+{
+    StreamPage::release(_last->link(other._first));
     _beforeLast = other._beforeLast != nullptr ? other._beforeLast : _last;
     _last = other._last;
     _available += other._available;
     _memoryCacheCount += other._memoryCacheCount;
     other._first = other._beforeLast = other._last = nullptr;
     other._available = other._memoryCacheCount = 0;
-    return true;
 }
 
 /** A page with room at the end of the chain; null, with a line in the log, when there is none to be had. */
@@ -156,7 +193,8 @@ MemoryPage* MemoryStream::pageToWrite()
         if (!full && spillLast())
             return _last;
     }
-    Log::error(L"Create memory cache error!");
+    if (!_isQuiet)
+        Log::error(L"Create memory cache error!");
     return nullptr;
 }
 
@@ -185,7 +223,8 @@ bool MemoryStream::spillLast()
     FilePage* stored = FilePage::store(*_last);
     if (stored == nullptr)
         return false;
-    Log::warning(L"MemoryStream writeToFileCache memCache size=%d", _last->available());
+    if (!_isQuiet)
+        Log::warning(L"MemoryStream writeToFileCache memCache size=%d", _last->available());
     _last->reset();
     stored->link(_beforeLast->link(stored));
     _beforeLast = stored;
@@ -195,7 +234,7 @@ bool MemoryStream::spillLast()
 void MemoryStream::wrote(const MemoryPage& page, int size)
 {
     _available += size;
-    if (_memoryCacheCount > quietMemoryCacheCount)
+    if (_memoryCacheCount > quietMemoryCacheCount && !_isQuiet)
         Log::warning(L"MemoryStream _memoryCacheCount=%d, pCache size=%d", _memoryCacheCount,
                      page.getWrittenSize());
 }
@@ -226,6 +265,10 @@ void MemoryStream::fetchFirst()
 void MemoryStream::dropFirst()
 {
     StreamPage* page = _first;
+    if (page == _last && !page->isShared()) { // kept for the next write
+        _last->reset();
+        return;
+    }
     _first = page->next();
     if (page->isInMemory())
         --_memoryCacheCount;

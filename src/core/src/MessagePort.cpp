@@ -3,6 +3,8 @@
 #include <orvi/core/Exception.h>
 #include <orvi/core/Time.h>
 
+#include "StreamPage.h"
+
 #include <cstring>
 #include <limits>
 
@@ -52,7 +54,10 @@ MessagePort::MessagePort()
     : _pushStream(MemoryStream::createInstance(streamSize))
     , _popStream(MemoryStream::createInstance(streamSize))
     , _popInput(_popStream)
-{}
+{
+    // A listener of the log may push to this port: it must not be called in the middle of a push.
+    StreamAccess::setQuiet(*_pushStream);
+}
 
 MessagePort::~MessagePort() = default;
 

@@ -1,5 +1,6 @@
 #include <orvi/core/MessageTable.h>
 
+#include <orvi/core/Buffer.h>
 #include <orvi/core/Exception.h>
 #include <orvi/core/Time.h>
 #include <orvi/core/Varint.h>
@@ -34,6 +35,20 @@ void readMember(InputStream& is, TimeSpan& target)
 }
 
 void writeMember(OutputStream& os, const TimeSpan& source) { os << source.getValue(); }
+
+void readMember(InputStream& is, Buffer& target)
+{
+    constexpr const wchar_t* failure = L"TyIs& operator >>(TyIs &, Buffer &)";
+    Varint size;
+    is >> size;
+    if (size < 0 || size > is.available() || target.setBufferSize(size) != size ||
+        (size > 0 && is.read(target.getBuffer(), size) != size)) {
+        target.setBufferSize(0);
+        THROW_EXCEPTION(-1, failure);
+    }
+}
+
+void writeMember(OutputStream& os, const Buffer& source) { os << source; }
 
 void readRaw(InputStream& is, void* target, int size, const std::type_info& type)
 {

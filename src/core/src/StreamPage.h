@@ -33,6 +33,7 @@ public:
     StreamPage* link(StreamPage* page) noexcept { return std::exchange(_next, page); }
 
     void addReference() noexcept { _references.fetch_add(1, std::memory_order_relaxed); }
+    bool isShared() const noexcept { return _references.load(std::memory_order_acquire) > 1; }
     /** Drops a reference; a page that nobody holds any more goes, and so on down the chain. */
     static void release(StreamPage* page) noexcept;
 
@@ -72,6 +73,7 @@ public:
         std::memcpy(buffer, unread(), static_cast<std::size_t>(size));
         _readPos += size;
     }
+    void skip(int size) noexcept { _readPos += size; }
     int getFreeSize() const noexcept { return pageSize - _writePos; }
     /** Copies up to `size` bytes, as many as there is room for. */
     int write(const void* data, int size) noexcept
@@ -93,7 +95,7 @@ public:
 
     const unsigned char* unread() const noexcept { return _block.getBytes() + _readPos; }
     int getWrittenSize() const noexcept { return _writePos; }
-    /** For a page that was full and has gone elsewhere. */
+    /** For a page whose bytes are gone. */
     void reset() noexcept { _readPos = _writePos = 0; }
 
 private:
@@ -115,6 +117,12 @@ private:
     ~FilePage() override;
 
     int _place = FileCacheStore::noPlace;
+};
+
+/** Settings of a stream that are not for callers. */
+struct StreamAccess {
+    /** No lines in the log about the pages of this stream: its owner writes with a lock held. */
+    static void setQuiet(MemoryStream& stream) noexcept { stream._isQuiet = true; }
 };
 
 } // namespace orvi

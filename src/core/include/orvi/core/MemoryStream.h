@@ -58,7 +58,7 @@ private:
     The bytes lie in pages of 4096. Up to 2560 pages (10 MiB) of a stream are in memory; what is written
     beyond goes page by page to one nameless temporary file that all streams of the process share, and comes
     back when the reader gets there. Without that file, or with a full disc, the stream goes on in memory. A
-    page that is read is given up, so a stream that is read as it is written stays small. At most 2^31 - 1
+    page that is read is given up, but for the last one, so a stream that is read as it is written stays small. At most 2^31 - 1
     bytes.
 
     Nothing throws but the stream operators: a failure is a line at Log::error and a short count, or -1 when
@@ -82,8 +82,8 @@ public:
     int read(void* buffer, int size) override;
     int write(const void* data, int size) override;
 
-    /** Moves all bytes of `other` behind those of this stream, without copying them: `other` is empty then.
-        False, with both as they were, when one stream cannot hold them all. */
+    /** Moves all bytes of `other` behind those of this stream, and many of them without a copy: `other` is empty
+        then. False, with both as they were, when one stream cannot hold them all. */
     bool append(MemoryStream& other) noexcept;
 
     /** A new stream with a copy of the bytes; null, with the reason in the log, when it cannot be made. */
@@ -105,6 +105,9 @@ private:
     MemoryPage* appendPage();
     bool spillLast();
     void wrote(const MemoryPage& page, int size);
+    void swapPages(MemoryStream& other) noexcept;
+    void copyFrom(MemoryStream& other) noexcept;
+    void linkPages(MemoryStream& other) noexcept;
     void fetchFirst();
     void dropFirst();
     void clear() noexcept;
@@ -119,6 +122,10 @@ private:
     MemoryPage* _last = nullptr;       // the writer's
     int _available = 0;
     int _memoryCacheCount = 0; // the pages of the chain that are in memory
+    bool _isQuiet =
+        false; // for an owner that holds a lock while it writes: listeners of the log are foreign code
+
+    friend struct StreamAccess;
 };
 
 } // namespace orvi

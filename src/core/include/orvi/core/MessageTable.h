@@ -45,8 +45,8 @@ constexpr bool hasBodyForm()
     if constexpr (property::isCollection<T>)
         return hasBodyForm<property::ElementOf<T>>();
     else
-        return Streamed<T> || RawValue<T> || std::same_as<T, bool> || std::same_as<T, Time> ||
-               std::same_as<T, TimeSpan>;
+        return Streamed<T> || RawValue<T> || std::same_as<T, bool> || std::same_as<T, Buffer> ||
+               std::same_as<T, Time> || std::same_as<T, TimeSpan>;
 }
 
 ORVI_API void readMember(InputStream& is, bool& target);
@@ -55,6 +55,9 @@ ORVI_API void readMember(InputStream& is, Time& target);
 ORVI_API void writeMember(OutputStream& os, const Time& source);
 ORVI_API void readMember(InputStream& is, TimeSpan& target);
 ORVI_API void writeMember(OutputStream& os, const TimeSpan& source);
+
+ORVI_API void readMember(InputStream& is, Buffer& target); // refuses a size that the stream does not have
+ORVI_API void writeMember(OutputStream& os, const Buffer& source);
 
 ORVI_API void readRaw(InputStream& is, void* target, int size, const std::type_info& type);
 ORVI_API void writeRaw(OutputStream& os, const void* source, int size, const std::type_info& type);

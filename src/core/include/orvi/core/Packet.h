@@ -29,12 +29,15 @@ private:
 };
 
 /** Reads packets from an Input that delivers them in pieces: a call takes what is there, and gives a packet only
-    when it is complete. Empty packets are passed over. A packet lies in the pages of a MemoryStream, so that a
+    when it is complete. A packet lies in the pages of a MemoryStream, so that a
     length that is a lie takes no memory.
 
         InputStream packet;
         while (reader.read(packet) && !packet.isNull())
             handle(packet);
+
+    An empty packet gives nothing, as one that is not complete: it ends this loop, and the next packet comes with the
+    next round. Do not send any, or go on for as long as the input has bytes.
 
     Copies share the input and the packet under way: of a reader and its copy, use one and only drop the other. One
     thread at a time; a null reader must not read. */
