@@ -308,6 +308,25 @@ TEST_CASE("many tasks start and stop without slowing each other down")
 
 // ---- posted closures
 
+TEST_CASE("the loop goes on after a fault in a tick, and so do its tasks")
+{
+    const auto system = TestSystem::createInstance();
+    const auto faulty = TestTask::createInstance();
+    const auto behind = TestTask::createInstance();
+    faulty->then = [&] {
+        if (faulty->ticks.size() <= 2)
+            asm volatile("ud2");
+    };
+    system->afterInit = [&] {
+        faulty->start(system);
+        behind->start(system);
+    };
+    system->mostPasses = 6;
+    system->runHere();
+    CHECK(system->codes == std::vector<unsigned long>{0xC000001D, 0xC000001D});
+    CHECK(behind->ticks.size() == faulty->ticks.size() - 2);
+}
+
 TEST_CASE("posted closures run once each, in order, on the run thread, before any pass")
 {
     const auto system = TestSystem::createInstance();

@@ -12,6 +12,36 @@ struct SourcePlace {
     int line;
 };
 
+/** One function on a stack; of those that were inlined into one another, each is one. */
+struct StackFrame {
+    std::uintptr_t address;
+    const char* function; // without its parameters; null when it is not known, as the file is
+    const char* file;
+    int line;
+};
+
+/** Receives a stack: innermost frame first, behind each its parameters, their end, and its local variables. Values are
+    texts. */
+class StackVisitor {
+public:
+    virtual void frame(const StackFrame&) {}
+    virtual void parameter(const char* /*name*/, const char* /*value*/) {}
+    virtual void parametersEnd() {}
+    virtual void variable(const char* /*name*/, const char* /*value*/) {}
+
+protected:
+    ~StackVisitor() = default;
+};
+
+struct LoadedModule {
+    const char* path;
+    std::uintptr_t base;
+    std::size_t size;
+    unsigned int version[4];
+};
+
+struct Fault;
+
 /** liborvi_debug.so, which lies beside the library and is bound at run time by name: the library works
     without it.
 
@@ -19,7 +49,9 @@ struct SourcePlace {
 class DebugModule {
 public:
     /** The names of the entry points, in the order in which they are bound. */
-    static constexpr const char* entryPointNames[] = {"orvi_debug_walk", "orvi_debug_place"};
+    static constexpr const char* entryPointNames[] = {"orvi_debug_walk",        "orvi_debug_place",
+                                                      "orvi_debug_visit_stack", "orvi_debug_visit_modules",
+                                                      "orvi_debug_write_dump",  "orvi_debug_prepare_thread"};
 
     /** False when the module could not be loaded at all. */
     static bool isLoaded();
@@ -35,6 +67,19 @@ public:
 
     /** Where the call that returns to `address` stands. */
     static SourcePlace place(std::uintptr_t address);
+
+    // For reports on a fault, also where the program's heap is damaged or locked, if the module was loaded and the thread
+    // got ready before.
+
+    /** Loads the module, and gets the calling thread ready to be one with a fault. */
+    static void prepareThread();
+    /** Whether the module has all that a report needs. */
+    static bool canReport();
+    /** Walks the calling thread's stack from the registers on, a ucontext_t. */
+    static void visitStack(const void* registers, std::size_t maxFrames, StackVisitor& visitor);
+    static void visitModules(void (*visit)(void* context, const LoadedModule& module), void* context);
+    /** Writes a minidump to an empty file that may be read too; `fault` may be null. False when it is not whole. */
+    static bool writeDump(int file, const Fault* fault);
 };
 
 } // namespace orvi::platform

@@ -4,6 +4,8 @@
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
 
+#include "CrashReporter.h"
+
 namespace orvi {
 
 Exception::Exception(const wchar_t* file, int line, const wchar_t* function, int code,
@@ -54,6 +56,16 @@ void Exception::setCallStack(CallStack* callStack) noexcept
     if (_callStack != nullptr)
         _callStack->destroy();
     _callStack = callStack;
+}
+
+long Exception::DealExceptionInformation(_EXCEPTION_POINTERS* pointers)
+{
+    if (pointers == nullptr)
+        return crash_exception_filter(nullptr);
+    const platform::Fault fault{platform::faultCode(pointers->signal, pointers->code), pointers->signal,
+                                pointers->code, reinterpret_cast<std::uintptr_t>(pointers->address),
+                                pointers->context};
+    return crash_exception_filter(&fault);
 }
 
 Exception makeException(const char* file, int line, const char* function, int code,

@@ -5,17 +5,19 @@
 #include <orvi/core/Log.h>
 #include <orvi/core/Unknown.h>
 
+#include "platform/FaultGuard.h"
+
 #include <cxxabi.h>
 #include <exception>
 
 namespace orvi {
 
-unsigned long runGuarded(void (*step)(void*), void* argument)
+namespace {
+
+/** Tells the log what is being handled. */
+void reportThrown()
 {
     try {
-        step(argument);
-        return 0;
-    } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
         throw;
     } catch (const Exception& exception) {
         exception.report();
@@ -26,7 +28,13 @@ unsigned long runGuarded(void (*step)(void*), void* argument)
         Log::error(L"System: a tick threw %s",
                    type != nullptr ? typeName(*type).getBuffer() : L"a foreign exception");
     }
-    return thrownObjectCode;
+}
+
+} // namespace
+
+unsigned long runGuarded(void (*step)(void*), void* argument)
+{
+    return platform::runInGuard(step, argument, reportThrown);
 }
 
 } // namespace orvi

@@ -2,8 +2,10 @@
 
 #include <orvi/core/Time.h>
 
+#include "CrashReporter.h"
 #include "Guard.h"
 #include "RandomSeed.h"
+#include "platform/FaultGuard.h"
 #include "platform/MessageQueue.h"
 #include "platform/ThreadInfo.h"
 
@@ -69,6 +71,8 @@ void System::unload() { advance(STATE_STOPPING, STATE_UNLOADED); }
 
 void System::start()
 {
+    const platform::FaultStack faultStack;
+    prepareCrashReports();
     {
         const PostedClosures posted; // there before the id: who sees that may post at once
         _runThreadId = platform::currentThreadId();
@@ -110,11 +114,14 @@ void System::exit()
 
 void System::run()
 {
+    const int passes = _passes; // some, when a task turns the loop
     while (getState() == STATE_RUNNING) {
         const unsigned long code =
             runGuarded([](void* system) { static_cast<System*>(system)->tick(); }, this);
-        if (code != 0)
-            onException(code);
+        if (code == 0)
+            continue;
+        _passes = passes; // a fault leaves its pass without counting it down
+        onException(code);
     }
 }
 

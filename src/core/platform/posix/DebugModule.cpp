@@ -1,5 +1,7 @@
 #include "../DebugModule.h"
 
+#include "../FaultGuard.h"
+
 #include "../../../debug/DebugApi.h"
 #include <cerrno>
 #include <dlfcn.h>
@@ -107,6 +109,68 @@ SourcePlace DebugModule::place(std::uintptr_t address)
     OrviDebugPlace place;
     find(address, &place);
     return {place.function, place.file, place.line};
+}
+
+void DebugModule::prepareThread()
+{
+    const KeptErrno kept;
+    if (const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(5))
+        prepare();
+}
+
+bool DebugModule::canReport() { return hasEntryPoint(2) && hasEntryPoint(3) && hasEntryPoint(4); }
+
+void DebugModule::visitStack(const void* registers, std::size_t maxFrames, StackVisitor& visitor)
+{
+    const auto visit = entryPoint<decltype(&orvi_debug_visit_stack)>(2);
+    if (visit == nullptr)
+        return;
+    const OrviDebugStackVisitor calls{
+        &visitor,
+        [](void* target, const OrviDebugFrame* frame) {
+            static_cast<StackVisitor*>(target)->frame(
+                {frame->address, frame->function, frame->file, frame->line});
+        },
+        [](void* target, const char* name, const char* value) {
+            static_cast<StackVisitor*>(target)->parameter(name, value);
+        },
+        [](void* target) { static_cast<StackVisitor*>(target)->parametersEnd(); },
+        [](void* target, const char* name, const char* value) {
+            static_cast<StackVisitor*>(target)->variable(name, value);
+        }};
+    visit(static_cast<const ucontext_t*>(registers), maxFrames, &calls);
+}
+
+void DebugModule::visitModules(void (*visit)(void* context, const LoadedModule& module), void* context)
+{
+    struct Target {
+        void (*visit)(void* context, const LoadedModule& module);
+        void* context;
+    } target{visit, context};
+    if (const auto list = entryPoint<decltype(&orvi_debug_visit_modules)>(3)) {
+        list(
+            [](void* receiver, const OrviDebugModule* module) {
+                const auto& to = *static_cast<const Target*>(receiver);
+                const unsigned int* version = module->version;
+                to.visit(to.context, {module->path,
+                                      module->base,
+                                      module->size,
+                                      {version[0], version[1], version[2], version[3]}});
+            },
+            &target);
+    }
+}
+
+bool DebugModule::writeDump(int file, const Fault* fault)
+{
+    const auto write = entryPoint<decltype(&orvi_debug_write_dump)>(4);
+    if (write == nullptr)
+        return false;
+    if (fault == nullptr)
+        return write(file, nullptr) != 0;
+    const OrviDebugFault cause{fault->signal, fault->signalCode, fault->address,
+                               static_cast<const ucontext_t*>(fault->registers)};
+    return write(file, &cause) != 0;
 }
 
 } // namespace orvi::platform

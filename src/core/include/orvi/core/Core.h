@@ -11,6 +11,7 @@
 #include <orvi/core/Callback.h>
 #include <orvi/core/Configuration.h>
 #include <orvi/core/Console.h>
+#include <orvi/core/CrashReporter.h>
 #include <orvi/core/Digest.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Event.h>

@@ -6,6 +6,14 @@ namespace orvi {
 
 struct CallStack;
 
+/** What a signal handler of a client knows of a fault, from the arguments that the system gives it. */
+struct _EXCEPTION_POINTERS { // NOLINT(bugprone-reserved-identifier): the name that users of the library know
+    int signal;
+    int code;            // si_code
+    const void* address; // si_addr
+    const void* context; // the ucontext_t
+};
+
 /** The library's one exception: where it was thrown, a code (-1 from the library itself) and what went wrong.
 
     Thrown by value through THROW_EXCEPTION, caught by reference. Making one logs nothing and takes no call
@@ -29,6 +37,10 @@ public:
 
     /** Writes the description to Log::error and, when a call stack is attached, its lines to Log::debug. */
     void report() const;
+
+    /** Writes the report of the process on a fault, as CrashReporter.h tells. 1: handled, go on or end as you see fit; 0:
+        a debugger is at hand, leave it to that. May be called in a signal handler. Null: a report on the caller. */
+    static long DealExceptionInformation(_EXCEPTION_POINTERS* pointers);
 
     /** Attaches a stack for report(), in place of an earlier one; holds a reference of its own. Null
         detaches. */

@@ -67,6 +67,10 @@ constexpr bool isDeclared()
     return isOwn;
 }
 
+template <auto function>
+struct Function {
+}; // to compare functions at compile time: not every setting of every compiler takes `!=` for that
+
 /** With a createMessage_ that is not that of its base. */
 template <class M>
 constexpr bool hasCreator()
@@ -76,7 +80,7 @@ constexpr bool hasCreator()
     else if constexpr (!std::is_base_of_v<Message, typename M::PropertyBase_>)
         return false;
     else
-        return &M::createMessage_ != &M::PropertyBase_::createMessage_;
+        return !std::is_same_v<Function<&M::createMessage_>, Function<&M::PropertyBase_::createMessage_>>;
 }
 
 /** What a handler is for. A mistake in it gets a word to the compiler's user, and counts as a handler of plain

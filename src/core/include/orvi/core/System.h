@@ -24,7 +24,9 @@ enum ETaskState {
         system->unload();
 
     The loop never blocks by itself: a Yield task, or System::sleep in a hook, gives time back. What a tick
-    throws is reported in the log, handed to onException as a code, and the loop goes on.
+    throws is reported in the log, handed to onException as a code, and the loop goes on. So it does after a
+    fault of the hardware in a tick, with the locks that the tick held still locked; the first fault of a process
+    leaves a report (CrashReporter.h).
 
     Any thread may call getState, getRunThreadId, waken, shutdown, load and unload at any time; everything
     else belongs to the run thread. Times are unsigned milliseconds. */
@@ -72,7 +74,7 @@ public:
     /** One pass: every task that is due gets its onTick. `deltaMs` is the time since the last pass, 0 in the
         first. */
     virtual void onTick(unsigned int deltaMs);
-    /** Called after a tick that threw (0xE06D7363), on the run thread. */
+    /** Called after a tick that threw (0xE06D7363) or had a fault (0xC0000005 and others), on the run thread. */
     virtual void onException(unsigned long code);
 
 protected:

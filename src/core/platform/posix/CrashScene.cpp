@@ -1,0 +1,229 @@
+#include "../CrashScene.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+namespace orvi::platform {
+namespace {
+
+std::atomic<long> g_secondsEast = 0;
+
+/** The beginning of a file of the system, with a NUL behind it; gives its size. */
+std::size_t readBeginning(const char* path, char* target, std::size_t size)
+{
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    std::size_t count = 0;
+    while (file != noFile && count < size - 1) {
+        const ssize_t piece = read(file, target + count, size - 1 - count);
+        if (piece < 0 && errno == EINTR)
+            continue;
+        if (piece <= 0)
+            break;
+        count += static_cast<std::size_t>(piece);
+    }
+    if (file != noFile)
+        close(file);
+    target[count] = 0;
+    return count;
+}
+
+/** The civil date of a day, counted from 1970-01-01: years begin in March here, so that a leap day is the last. */
+void setDate(LocalTime& time, long day)
+{
+    constexpr long daysOfEra = 146097; // 400 years
+    const long shifted = day + 719468; // from 0000-03-01 on
+    const long era = (shifted >= 0 ? shifted : shifted - daysOfEra + 1) / daysOfEra;
+    const long dayOfEra = shifted - era * daysOfEra;
+    const long yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const long dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const long month = (5 * dayOfYear + 2) / 153;
+    time.day = static_cast<int>(dayOfYear - (153 * month + 2) / 5 + 1);
+    time.month = static_cast<int>(month < 10 ? month + 3 : month - 9);
+    time.year = static_cast<int>(yearOfEra + era * 400 + (time.month <= 2 ? 1 : 0));
+}
+
+} // namespace
+
+bool isDebuggerPresent()
+{
+    static char text[4096]; // one report at a time
+    if (readBeginning("/proc/self/status", text, sizeof text) == 0)
+        return false;
+    const char* line = std::strstr(text, "\nTracerPid:");
+    return line != nullptr && std::strtol(line + std::strlen("\nTracerPid:"), nullptr, 10) != 0;
+}
+
+std::size_t readProgramPath(char* target, std::size_t size)
+{
+    const ssize_t length = readlink("/proc/self/exe", target, size - 1);
+    const std::size_t count = length > 0 ? static_cast<std::size_t>(length) : 0;
+    target[count] = 0;
+    return count;
+}
+
+std::size_t readCommandLine(char* target, std::size_t size)
+{
+    std::size_t count = readBeginning("/proc/self/cmdline", target, size);
+    for (std::size_t i = 0; i + 1 < count; ++i) {
+        if (target[i] == 0)
+            target[i] = ' ';
+    }
+    return count;
+}
+
+SystemVersion systemVersion()
+{
+    SystemVersion version{};
+    utsname name{};
+    if (uname(&name) != 0)
+        return version;
+    std::sscanf(name.release, "%d.%d.%d", &version.major, &version.minor, &version.build);
+    std::snprintf(version.text, sizeof version.text, "%s %s %s", name.sysname, name.release, name.machine);
+    return version;
+}
+
+void rememberTimeZone()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local) != nullptr)
+        g_secondsEast = local.tm_gmtoff;
+}
+
+LocalTime localTime()
+{
+    constexpr long secondsOfDay = 86400;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const long seconds = now.tv_sec + g_secondsEast;
+    const long day = seconds >= 0 ? seconds / secondsOfDay : -((secondsOfDay - 1 - seconds) / secondsOfDay);
+    const int second = static_cast<int>(seconds - day * secondsOfDay);
+    LocalTime time{};
+    setDate(time, day);
+    time.hour = second / 3600;
+    time.minute = second / 60 % 60;
+    time.second = second % 60;
+    return time;
+}
+
+RegisterValues registerValues(const void* registers)
+{
+    const auto& values = static_cast<const ucontext_t*>(registers)->uc_mcontext.gregs;
+    const auto value = [&](int index) { return static_cast<std::uint64_t>(values[index]); };
+    const auto selector = [&](int place) {
+        return static_cast<unsigned int>(value(REG_CSGSFS) >> (16 * place) & 0xFFFF);
+    };
+    RegisterValues result{value(REG_RAX),
+                          value(REG_RBX),
+                          value(REG_RCX),
+                          value(REG_RDX),
+                          value(REG_RSI),
+                          value(REG_RDI),
+                          value(REG_RIP),
+                          value(REG_RSP),
+                          value(REG_RBP),
+                          value(REG_EFL),
+                          selector(0),
+                          selector(3),
+                          0,
+                          0,
+                          selector(2),
+                          selector(1)};
+    // The same in every thread, and in no context.
+    asm("mov %%ds, %0" : "=r"(result.ds));
+    asm("mov %%es, %0" : "=r"(result.es));
+    return result;
+}
+
+std::size_t walkFramePointers(const void* registers, std::uintptr_t* addresses, std::size_t capacity)
+{
+    const RegisterValues values = registerValues(registers);
+    std::uintptr_t frame[2] = {values.bp, values.ip}; // its caller's frame, and the address
+    std::uintptr_t above = values.sp;
+    std::size_t count = 0;
+    while (count < capacity && frame[1] != 0) {
+        addresses[count++] = frame[1];
+        const std::uintptr_t place = frame[0];
+        iovec target{frame, sizeof frame};
+        iovec source{reinterpret_cast<void*>(place), sizeof frame};
+        // Read by the system, since the stack may be anything.
+        if (place < above || process_vm_readv(getpid(), &target, 1, &source, 1, 0) != sizeof frame)
+            break;
+        above = place + sizeof frame;
+    }
+    return count;
+}
+
+void withRegisters(void (*use)(const void* registers))
+{
+    ucontext_t here;
+    getcontext(&here);
+    use(&here);
+}
+
+int createFile(const char* path) { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }
+
+int openFile(const char* path) { return open(path, O_RDWR | O_TRUNC | O_CLOEXEC); }
+
+bool writeFile(int file, const char* data, std::size_t size)
+{
+    while (size > 0) {
+        const ssize_t count = write(file, data, size);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        data += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+void closeFile(int file) { close(file); }
+
+void writeStandardError(const char* data, std::size_t size) { writeFile(STDERR_FILENO, data, size); }
+
+bool runInChild(void (*work)(void*), void* argument, unsigned int mostMillis)
+{
+    // Not fork: that waits for the locks of the heap, which may be this very thread's.
+    const pid_t child = _Fork();
+    if (child == 0) {
+        for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
+            ::signal(signal, SIG_DFL);
+        work(argument);
+        _exit(0);
+    }
+    constexpr unsigned int pauseMillis = 1;
+    int status = -1;
+    for (unsigned int waited = 0; child > 0; waited += pauseMillis) {
+        const pid_t ended = waitpid(child, &status, WNOHANG | __WALL);
+        if (ended == child || (ended < 0 && errno != EINTR))
+            break; // without a status where children are not waited for
+        if (waited >= mostMillis) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, __WALL);
+            break;
+        }
+        sleepMillis(pauseMillis);
+    }
+    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void sleepMillis(unsigned int millis)
+{
+    const timespec pause{static_cast<time_t>(millis / 1000), static_cast<long>(millis % 1000) * 1000000};
+    nanosleep(&pause, nullptr);
+}
+
+} // namespace orvi::platform

@@ -1,0 +1,245 @@
+#include "TempDirectory.h"
+#include "TextPrinting.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string contentOf(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/** A copy of the program in a directory of its own, where its reports come to lie. */
+class Scene {
+public:
+    Scene() { fs::copy_file(ORVI_CRASH, program()); }
+
+    /** Runs it to its end; `traced`: with the test as its debugger. */
+    void run(std::vector<std::string> options, bool traced = false)
+    {
+        const std::string output = (place.path() / "output").string();
+        const pid_t child = fork();
+        REQUIRE(child >= 0);
+        if (child == 0) {
+            std::vector<std::string> words = std::move(options);
+            words.insert(words.begin(), program().string());
+            std::vector<char*> argv;
+            for (std::string& word : words)
+                argv.push_back(word.data());
+            argv.push_back(nullptr);
+            setenv("TZ", "UTC0", 1);
+            if (!libraries.empty())
+                setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
+            if (freopen(output.c_str(), "w", stdout) == nullptr || dup2(1, 2) != 2)
+                _exit(127);
+            if (traced)
+                ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        for (;;) {
+            while (waitpid(child, &status, 0) < 0)
+                REQUIRE(errno == EINTR);
+            if (!WIFSTOPPED(status))
+                break;
+            const int signal = WSTOPSIG(status);
+            ptrace(PTRACE_CONT, child, nullptr, static_cast<long>(signal == SIGTRAP ? 0 : signal));
+        }
+        said = contentOf(output);
+    }
+
+    fs::path program() const { return place.path() / "crash"; }
+    /** The reports with this extension. */
+    std::vector<fs::path> files(const char* extension) const
+    {
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::directory_iterator(place.path())) {
+            const std::string name = entry.path().filename().string();
+            if (name.starts_with("crash@") && entry.path().extension() == extension)
+                found.push_back(entry.path());
+        }
+        return found;
+    }
+    /** The one report. */
+    std::string report() const
+    {
+        const std::vector<fs::path> found = files(".log");
+        REQUIRE(found.size() == 1);
+        return contentOf(found[0]);
+    }
+    int signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
+
+    TempDirectory place;
+    std::string libraries; // where to look first
+    int status = 0;
+    std::string said;
+};
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/** Whether the parts stand in the text one behind the other. */
+bool isInOrder(const std::string& text, const std::vector<std::string>& parts)
+{
+    std::size_t place = 0;
+    for (const std::string& part : parts) {
+        place = text.find(part, place);
+        if (place == std::string::npos) {
+            MESSAGE("missing: ", part);
+            return false;
+        }
+        place += part.size();
+    }
+    return true;
+}
+
+} // namespace
+
+TEST_CASE("each way to crash ends the program by its signal, and leaves a report that shows where")
+{
+    const struct {
+        const char* way;
+        int signal;
+        const char* exception;
+        std::vector<std::string> frames;
+    } rows[] = {
+        {"null", SIGSEGV, "ACCESS_VIOLATION", {"#1  0x", "writeNowhere (depth=1) at ", "#2  0x", "main ("}},
+        {"ended", SIGSEGV, "ACCESS_VIOLATION", {"#1  0x", "useAfterEnd ("}},
+        {"overflow", SIGSEGV, "STACK_OVERFLOW", {"#1  0x", "sink (depth="}},
+        {"division", SIGFPE, "INT_DIVIDE_BY_ZERO", {"#1  0x", "divide (depth=1)"}},
+        {"abort", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "abortProgram ("}},
+        {"throw", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "throwObject (depth=1)"}},
+        {"thread", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "throwObject (depth=1)"}},
+        {"allocator", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "breakHeap ("}},
+        {"function",
+         SIGSEGV,
+         "ACCESS_VIOLATION",
+         {"#1  0x00000000 in (unknown function)\n#2  0x", "callNoFunction (depth=1)"}},
+        {"illegal", SIGILL, "ILLEGAL_INSTRUCTION", {"#1  0x", "runIllegalInstruction ("}},
+        {"noexcept", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "throwFromNoexcept ("}},
+        {"many", SIGSEGV, "ACCESS_VIOLATION", {"#1  0x", "writeNowhere (depth="}},
+    };
+    for (const auto& row : rows) {
+        CAPTURE(row.way);
+        Scene scene;
+        scene.run({row.way});
+        CAPTURE(scene.said);
+        CHECK(scene.signal() == row.signal);
+        CHECK(scene.files(".dmp").size() == 1);
+        const std::string report = scene.report();
+        CAPTURE(report);
+        std::vector<std::string> parts = {"\nProcess info:\nCmd line: ",
+                                          std::string("/crash ") + row.way + "\n",
+                                          "Platform: Windows OS version ",
+                                          " Linux ",
+                                          "\n\nException: ",
+                                          std::string(row.exception) + "\n\nRegisters:\neax=",
+                                          "\neip=",
+                                          "\ncd=",
+                                          "\nStacktrace:\n"};
+        parts.insert(parts.end(), row.frames.begin(), row.frames.end());
+        for (const char* last :
+             {"\n\nLoaded modules:\n0x", "/crash (0.0.0.0, ", "liborvi_core.so", " bytes)\n"})
+            parts.emplace_back(last);
+        CHECK(isInOrder(report, parts));
+        CHECK(isInOrder(scene.said,
+                        {"This application has halted due to an unexpected error.\nA crash report and "
+                         "minidump file were saved to disk, you can find them here:\n",
+                         "crash@", ".log\n", "crash@", ".dmp\nPlease send the log file to the captain to "}));
+    }
+}
+
+TEST_CASE("a report shows parameters and variables with their values")
+{
+    Scene scene;
+    scene.run({"null"});
+    const std::string report = scene.report();
+    CAPTURE(report);
+    CHECK(isInOrder(report, {"writeNowhere (depth=1) at ", "        ship = (", "::Ship) 0x",
+                             "\n        harbour = 0x", " \"Iolkos\"\n#2  0x"}));
+    CHECK(contains(report, "main (argc=2, argv="));
+    CHECK(contains(contentOf(scene.files(".dmp")[0]).substr(0, 4), "MDMP"));
+}
+
+TEST_CASE("a loop goes on after what happens in a tick, and only the first leaves a report")
+{
+    const struct {
+        const char* way;
+        const char* code;
+    } rows[] = {
+        {"null", "exception 0xC0000005\n"},     {"ended", "exception 0xC0000005\n"},
+        {"overflow", "exception 0xC00000FD\n"}, {"division", "exception 0xC0000094\n"},
+        {"throw", "exception 0xE06D7363\n"},    {"function", "exception 0xC0000005\n"},
+        {"illegal", "exception 0xC000001D\n"},
+    };
+    for (const auto& row : rows) {
+        CAPTURE(row.way);
+        Scene scene;
+        scene.run({"--loop", row.way});
+        CAPTURE(scene.said);
+        CHECK(WIFEXITED(scene.status));
+        CHECK(WEXITSTATUS(scene.status) == 0);
+        CHECK(isInOrder(scene.said, {row.code, row.code, row.code, "the loop has gone on\n"}));
+        CHECK(contains(scene.report(), "\nStacktrace:\n#1  0x"));
+        CHECK(scene.files(".dmp").size() == 1);
+    }
+}
+
+TEST_CASE("without the debug module two empty files stay, and nothing is said")
+{
+    Scene scene;
+    scene.libraries = scene.place.path().string();
+    for (const auto& entry : fs::directory_iterator(fs::path(ORVI_CORE).parent_path())) {
+        if (entry.path().filename().string().starts_with("liborvi_core.so"))
+            fs::copy_file(entry.path(), scene.place.path() / entry.path().filename());
+    }
+    scene.run({"null"});
+    CHECK(scene.signal() == SIGSEGV);
+    CHECK(scene.report().empty());
+    CHECK(scene.files(".dmp").size() == 1);
+    CHECK(scene.said.empty());
+}
+
+TEST_CASE("a fault is left to a debugger that is at hand")
+{
+    Scene scene;
+    scene.run({"null"}, true);
+    CHECK(scene.signal() == SIGSEGV);
+    CHECK(scene.files(".log").empty());
+    CHECK(scene.files(".dmp").empty());
+}
+
+TEST_CASE("where no file can be made there is no report, and the end is the same")
+{
+    Scene scene;
+    const std::time_t now = std::time(nullptr);
+    for (std::time_t second = now; second < now + 60; ++second) {
+        char name[64];
+        std::tm fields{};
+        gmtime_r(&second, &fields);
+        std::strftime(name, sizeof name, "crash@%Y-%m-%d %H.%M.%S.dmp", &fields);
+        std::ofstream(scene.place.path() / name) << "taken";
+    }
+    scene.run({"division"});
+    CHECK(scene.signal() == SIGFPE);
+    CHECK(scene.files(".log").empty());
+    CHECK(scene.said.empty());
+}
