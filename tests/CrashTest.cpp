@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,7 +47,8 @@ public:
             setenv("TZ", "UTC0", 1);
             if (!libraries.empty())
                 setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
-            if (freopen(output.c_str(), "w", stdout) == nullptr || dup2(1, 2) != 2)
+            const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            if (dup2(file, 1) != 1 || dup2(file, 2) != 2)
                 _exit(127);
             if (traced)
                 ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
@@ -201,6 +203,17 @@ TEST_CASE("a loop goes on after what happens in a tick, and only the first leave
         CHECK(contains(scene.report(), "\nStacktrace:\n#1  0x"));
         CHECK(scene.files(".dmp").size() == 1);
     }
+}
+
+TEST_CASE("a report can be asked for, once")
+{
+    Scene scene;
+    scene.run({"asked"});
+    CHECK(WIFEXITED(scene.status));
+    CHECK(contains(scene.said, "asked in depth 1, and got 1\n"));
+    CHECK(isInOrder(scene.report(),
+                    {"Exception: NONE\n", "#1  0x", "askForReport (depth=1)", "\nLoaded modules:\n0x"}));
+    CHECK(contentOf(scene.files(".dmp")[0]).starts_with("MDMP"));
 }
 
 TEST_CASE("without the debug module two empty files stay, and nothing is said")

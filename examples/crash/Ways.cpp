@@ -94,6 +94,12 @@ void runIllegalInstruction(int) { asm volatile("ud2"); }
 
 void throwFromNoexcept(int depth) noexcept { throwObject(depth); } // NOLINT(bugprone-exception-escape)
 
+void askForReport(int depth)
+{
+    const long verdict = orvi::Exception::DealExceptionInformation(nullptr);
+    std::printf("asked in depth %d, and got %ld\n", depth, verdict);
+}
+
 void faultOnManyThreads(int depth)
 {
     constexpr int count = 8;
@@ -123,6 +129,7 @@ constexpr Way ways[] = {
     {"function", "calls a null function", callNoFunction},
     {"illegal", "runs an illegal instruction", runIllegalInstruction},
     {"noexcept", "throws out of a noexcept function", throwFromNoexcept},
+    {"asked", "asks for a report, and goes on", askForReport},
     {"many", "has faults on eight threads at once", faultOnManyThreads},
 };
 

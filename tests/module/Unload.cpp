@@ -1,7 +1,14 @@
 // Loads the library into a program that is not linked to it, uses it a little, and unloads it.
 #include <dlfcn.h>
 
+#include <csignal>
 #include <cstdio>
+
+static bool isDefault(int signal)
+{
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_DFL;
+}
 
 int main(int, char** argv)
 {
@@ -18,9 +25,20 @@ int main(int, char** argv)
             std::fprintf(stderr, "the library does not answer\n");
             return 1;
         }
+        // orvi::handled_exception_filter(char const*)
+        auto* handleExceptions =
+            reinterpret_cast<void (*)(const char*)>(dlsym(library, "_ZN4orvi24handled_exception_filterEPKc"));
+        if (handleExceptions == nullptr || (handleExceptions(nullptr), isDefault(SIGSEGV))) {
+            std::fprintf(stderr, "the library does not handle faults\n");
+            return 1;
+        }
         dlclose(library);
         if (dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) != nullptr) {
             std::fprintf(stderr, "the library stays loaded\n");
+            return 1;
+        }
+        if (!isDefault(SIGSEGV) || !isDefault(SIGABRT)) {
+            std::fprintf(stderr, "the library leaves its signal handlers behind\n");
             return 1;
         }
     }

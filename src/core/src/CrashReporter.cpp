@@ -64,6 +64,7 @@ const char* exceptionName(unsigned long code)
         unsigned long code;
         const char* name;
     } rows[] = {
+        {0, "NONE"}, // asked for
         {0xC0000005, "ACCESS_VIOLATION"},
         {0xC000008F, "FLT_INEXACT_RESULT"},
         {0x80000002, "DATATYPE_MISALIGNMENT"},

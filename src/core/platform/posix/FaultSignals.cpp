@@ -145,6 +145,24 @@ void install(int signal, void (*handler)(int, siginfo_t*, void*))
     sigaction(signal, &action, &g_previous[signal]);
 }
 
+bool isOurs(const struct sigaction& action)
+{
+    return (action.sa_flags & SA_SIGINFO) != 0 &&
+           (action.sa_sigaction == onFault || action.sa_sigaction == onAbort);
+}
+
+/** The library goes: at dlclose, or behind the last destructor of the program. */
+[[gnu::destructor]] void giveSignalsBack()
+{
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+        struct sigaction present {};
+        if (sigaction(signal, nullptr, &present) == 0 && isOurs(present))
+            sigaction(signal, &g_previous[signal], nullptr);
+    }
+    if (std::get_terminate() == onTerminate)
+        std::set_terminate(g_previousTerminate);
+}
+
 std::size_t faultStackBytes()
 {
     // What is produced there reads debug information in a child of its own, on a copy of this stack.
