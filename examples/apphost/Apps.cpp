@@ -11,6 +11,7 @@ std::span<const AppKind> appKinds()
         {L"counter", createCounterBox, L"the milliseconds between two counts"},
         {L"documents", createDocumentsBox, L""},
         {L"objects", createObjectsBox, L""},
+        {L"talk", createTalkBox, L"the channel on which two of them talk to each other"},
         {L"uuid", createUuidBox, L""},
     };
     return kinds;

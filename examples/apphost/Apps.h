@@ -19,6 +19,7 @@ orvi::Handle_T<orvi::AppBox> createCounterBox(const wchar_t* appName, const wcha
 orvi::Handle_T<orvi::AppBox> createDocumentsBox(const wchar_t* appName, const wchar_t* parameters);
 orvi::Handle_T<orvi::AppBox> createFilesBox(const wchar_t* appName, const wchar_t* parameters);
 orvi::Handle_T<orvi::AppBox> createObjectsBox(const wchar_t* appName, const wchar_t* parameters);
+orvi::Handle_T<orvi::AppBox> createTalkBox(const wchar_t* appName, const wchar_t* parameters);
 orvi::Handle_T<orvi::AppBox> createTimeBox(const wchar_t* appName, const wchar_t* parameters);
 orvi::Handle_T<orvi::AppBox> createUuidBox(const wchar_t* appName, const wchar_t* parameters);
 

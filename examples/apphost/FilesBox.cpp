@@ -4,6 +4,7 @@
 #include <orvi/core/Base64.h>
 #include <orvi/core/Buffer.h>
 #include <orvi/core/Digest.h>
+#include <orvi/core/Directory.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/File.h>
 #include <orvi/core/MemoryStream.h>
@@ -29,6 +30,7 @@ constexpr int base64LineBytes = 57; // 76 characters
 constexpr int hexLineBytes = 16;
 constexpr int startHexBytes = 256;
 constexpr int mostShownBytes = 1024 * 1024;
+constexpr int mostShownNames = 1000;
 
 bool deleteFile(const String& path) { return std::remove(orvi::StringHelper::wideToUtf8(path)) == 0; }
 
@@ -69,10 +71,48 @@ public:
                          {L"copy", L"FILE NEW-FILE", L"copy it; a file that exists stays", 2, 2,
                           method(this, &FilesBox::copy)},
                          {L"remove", L"FILE", L"delete it", 1, 1, method(this, &FilesBox::remove)},
+                         {L"scan", L"DIRECTORY [EXTENSION...]", L"the files in it and below it", 1, anyNumber,
+                          method(this, &FilesBox::scan)},
+                         {L"dirs", L"DIRECTORY", L"its subdirectories", 1, 1, method(this, &FilesBox::dirs)},
                      })
     {}
 
 private:
+    /** Answers with names, up to a number of them. */
+    class NameList {
+    public:
+        NameList(const Call& call, const FilesBox& box)
+            : _call(call)
+            , _box(box)
+        {}
+
+        /** False when the application is to end. */
+        bool add(const String& name)
+        {
+            if (_box.isEnding())
+                return false;
+            if (_count++ < mostShownNames)
+                _call.say(L"%s", name.getBuffer());
+            return true;
+        }
+
+        bool finish() const
+        {
+            if (_box.isEnding())
+                return _call.fail(L"given up: the application ends");
+            if (_count > mostShownNames)
+                _call.say(L"%d in all, of which %d are shown", _count, mostShownNames);
+            else
+                _call.say(L"%d in all", _count);
+            return true;
+        }
+
+    private:
+        const Call& _call;
+        const FilesBox& _box;
+        int _count = 0;
+    };
+
     String resolve(const wchar_t* path) const
     {
         const String& directory = getParameters();
@@ -117,6 +157,18 @@ private:
         if (!readPieces(call, file, std::numeric_limits<int>::max(), chunkBytes, take))
             return false;
         return file.eof() || call.fail(L"it cannot be read up to an end");
+    }
+
+    /** With the "/" at its end. Empty when it is not there; the client knows. */
+    String resolveDirectory(const Call& call) const
+    {
+        String directory = resolve(call[1]);
+        if (!directory.isEmpty() && directory[directory.getLength() - 1] != L'/')
+            directory += L"/";
+        if (orvi::isFileExists(directory))
+            return directory;
+        call.fail(L"'%s' is no directory", call[1]);
+        return {};
     }
 
     bool size(const Call& call)
@@ -222,6 +274,33 @@ private:
         if (!deleteFile(resolve(call[1])))
             return call.fail(L"cannot remove '%s': %s", call[1], File::getLastError());
         return true;
+    }
+
+    bool scan(const Call& call)
+    {
+        const String directory = resolveDirectory(call);
+        if (directory.isEmpty())
+            return false;
+        std::vector<const wchar_t*> extensions;
+        for (int i = 2; i <= call.arguments(); ++i)
+            extensions.push_back(call[i]);
+        extensions.push_back(nullptr);
+        NameList list(call, *this);
+        orvi::scanFiles({&list, &NameList::add}, directory, extensions.data(), true);
+        return list.finish();
+    }
+
+    bool dirs(const Call& call)
+    {
+        const String directory = resolveDirectory(call);
+        if (directory.isEmpty())
+            return false;
+        std::vector<String> names;
+        orvi::scanDirectories(directory, names);
+        NameList list(call, *this);
+        for (const String& name : names)
+            list.add(name);
+        return list.finish();
     }
 };
 

@@ -5,6 +5,8 @@
 
 #include <orvi/core/Arguments.h>
 #include <orvi/core/Console.h>
+#include <orvi/core/Directory.h>
+#include <orvi/core/DllModule.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Time.h>
 
@@ -18,6 +20,7 @@ namespace apphost {
 
 using orvi::App;
 using orvi::Console;
+using orvi::DllModule;
 using orvi::Handle_T;
 using orvi::String;
 
@@ -47,6 +50,8 @@ Host::Host()
               {L"kinds", L"", L"the kinds that can be started", 0, 0, method(this, &Host::listKinds)},
               {L"start", L"KIND [NAME [PARAMETERS]]", L"start an application", 1, 3,
                method(this, &Host::start)},
+              {L"load", L"MODULE", L"bring in more kinds, from beside this program or from a path", 1, 1,
+               method(this, &Host::load)},
               {L"client", L"NAME", L"open one more client of an application", 1, 1,
                method(this, &Host::openClient)},
               {L"exit", L"NAME", L"end an application", 1, 1, method(this, &Host::exit)},
@@ -236,6 +241,28 @@ bool Host::listKinds(const Call& call)
 {
     for (const AppKind& kind : appKinds())
         call.say(*kind.parameters != 0 ? L"%s; PARAMETERS: %s" : L"%s", kind.name, kind.parameters);
+    for (const String& kind : _loadedKinds)
+        call.say(L"%s", kind.getBuffer());
+    return true;
+}
+
+/** A module registers its kind while it is loaded. It stays to the end: its code may be running. */
+bool Host::load(const Call& call)
+{
+    const String name = call[1];
+    const Handle_T<DllModule> module = DllModule::createInstance();
+    if (!module->load(name.find(L'/') < 0 ? orvi::getAppPath() + name : name))
+        return call.fail(L"'%s' does not load: the log has the reason, see --log", call[1]);
+    using Describe = const wchar_t* (*)();
+    const auto describe = reinterpret_cast<Describe>(module->getProcAddress(L"apphostDescribeKind"));
+    if (describe == nullptr) {
+        module->unload();
+        return call.fail(L"'%s' is no module for this program", call[1]);
+    }
+    const String kind = describe();
+    if (std::find(_loadedKinds.begin(), _loadedKinds.end(), kind) == _loadedKinds.end())
+        _loadedKinds.push_back(kind);
+    call.say(L"%s", kind.getBuffer());
     return true;
 }
 

@@ -29,6 +29,7 @@ private:
     bool listApps(const Call& call);
     bool listKinds(const Call& call);
     bool start(const Call& call);
+    bool load(const Call& call);
     bool openClient(const Call& call);
     bool exit(const Call& call);
     bool use(const Call& call);
@@ -52,8 +53,9 @@ private:
     orvi::String prompt() const { return _used + L"> "; }
 
     CommandTable _commands;
-    std::list<Client> _clients; // in the order of opening
-    orvi::String _used;         // the label of the client that gets what is no command of the host's
+    std::vector<orvi::String> _loadedKinds; // as they describe themselves
+    std::list<Client> _clients;             // in the order of opening
+    orvi::String _used; // the label of the client that gets what is no command of the host's
     bool _quit = false;
     bool _allFine = true;
 };

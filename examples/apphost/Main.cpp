@@ -22,7 +22,7 @@ namespace {
 
 constexpr char usage[] = R"(usage: apphost [--bare | --config FILE] [--log] [SCRIPT]
 
-Runs seven small applications, each on a thread of its own, and passes lines to
+Runs eight small applications, each on a thread of its own, and passes lines to
 them as commands. The lines come from the file SCRIPT or else from the standard
 input, be it a terminal or a pipe. Try "time now", "files help" or "help".
 

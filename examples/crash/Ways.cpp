@@ -105,6 +105,7 @@ void faultOnManyThreads(int depth)
     constexpr int count = 8;
     static std::atomic<int> ready = 0;
     std::vector<std::thread> threads;
+    threads.reserve(count);
     for (int i = 0; i < count; ++i) {
         threads.emplace_back([=] {
             ++ready;

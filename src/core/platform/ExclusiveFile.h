@@ -8,8 +8,8 @@ namespace orvi::platform {
 /** A file that only one may have open, in this process and in all others. It is removed when it is closed. */
 class ExclusiveFile {
 public:
-    /** Opens the file `path`, in UTF-8, making it if it is missing, without waiting. Null when somebody else
-        has it open or when it cannot be opened at all. What is no plain file is left alone. */
+    /** Opens the file `path`, as bytesFromPath gives it, making it if it is missing, without waiting. Null when
+        somebody else has it open or when it cannot be opened at all. What is no plain file is left alone. */
     static std::unique_ptr<ExclusiveFile> tryOpen(const String_T<char>& path);
 
     ExclusiveFile(const ExclusiveFile&) = delete;

@@ -7,9 +7,9 @@ namespace orvi::platform {
 /** An open file of the system, without a buffer. It closes its file when it goes; other programs that this
     one starts do not inherit it.
 
-    Paths are UTF-8. A failure is false or a negative number, and its reason is the calling thread's last
-    error. No call waits for data or room on a pipe or device: it fails instead. A call that a signal
-    interrupts goes on. */
+    Paths are as bytesFromPath gives them. A failure is false or a negative number, and its reason is the
+    calling thread's last error. No call waits for data or room on a pipe or device: it fails instead. A call
+    that a signal interrupts goes on. */
 class FileHandle {
 public:
     enum class Access { Read, Write, ReadWrite };
@@ -28,7 +28,7 @@ public:
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
 
-    /** For a handle that is not open. A directory does not open. */
+    /** For a handle that is not open. A directory does not open. The path may have any length. */
     bool open(const char* path, const OpenOptions& options);
     /** The file is closed whatever the result: false tells that the system could not store all of it. */
     bool close();
@@ -61,7 +61,7 @@ struct FileStatus {
     std::int64_t modified;
 };
 
-/** Follows symbolic links. */
+/** Follows symbolic links; the path may have any length. */
 bool getFileStatus(const char* path, FileStatus& status);
 
 /** Makes an empty file that only this user may read, under a name that nobody had. `path` ends in at least

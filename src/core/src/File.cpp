@@ -6,6 +6,7 @@
 
 #include "BufferedFile.h"
 #include "platform/FileHandle.h"
+#include "platform/FilePath.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -112,7 +113,7 @@ int narrow(std::int64_t position)
 
 bool getStatus(const wchar_t* path, platform::FileStatus& status)
 {
-    return platform::getFileStatus(StringHelper::wideToUtf8(path), status);
+    return platform::getFileStatus(platform::bytesFromPath(path), status);
 }
 
 /** As getStatus, for callers who tell the size as an int. */
@@ -141,14 +142,14 @@ String makeTempFile()
         std::string path = (directory / "orviXXXXXX").string();
         if (!platform::createUniqueFile(path.data()))
             return String();
-        const String name = StringHelper::utf8ToWide(path.c_str());
-        if (StringHelper::wideToUtf8(name) == path.c_str())
+        const String name = platform::pathFromBytes(path.c_str());
+        if (!name.isEmpty())
             return name;
-        std::remove(path.c_str()); // the directory's name is no UTF-8: nobody could open the file
-        errno = EILSEQ;
+        std::remove(path.c_str()); // there is no memory for its name
     } catch (const std::bad_alloc&) {
-        errno = ENOMEM;
+        // the same
     }
+    errno = ENOMEM;
     return String();
 }
 
@@ -171,7 +172,7 @@ bool File::open(const String& fileName, int flags, int mode)
     if (stream == nullptr)
         errno = ENOMEM;
     if (stream == nullptr || !parseFlags(flags, mode, options) ||
-        !stream->open(StringHelper::wideToUtf8(name), options, parseDirections(flags))) {
+        !stream->open(platform::bytesFromPath(name), options, parseDirections(flags))) {
         logFailure(L"Open file error! %s File:%s", name);
         return false;
     }
@@ -275,7 +276,7 @@ TempFile::~TempFile()
         return;
     const String name = getFileName();
     close();
-    std::remove(StringHelper::wideToUtf8(name));
+    std::remove(platform::bytesFromPath(name));
 }
 
 String TempFile::getTempFileName()

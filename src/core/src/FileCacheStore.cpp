@@ -1,8 +1,8 @@
 #include "FileCacheStore.h"
 
 #include "Immortal.h"
+#include "platform/FilePath.h"
 
-#include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
 
 #include <algorithm>
@@ -23,7 +23,7 @@ Handle_T<File> openNamelessFile()
         const String name = TempFile::getTempFileName();
         const bool opened =
             file->open(name, File::readWrite | File::create, File::permitRead | File::permitWrite);
-        std::remove(StringHelper::wideToUtf8(name));
+        std::remove(platform::bytesFromPath(name));
         if (opened)
             return file;
     } catch (const std::bad_alloc&) {

@@ -1,9 +1,9 @@
 #include <orvi/core/FileMutex.h>
 
-#include <orvi/core/Encoding.h>
 #include <orvi/core/Time.h>
 
 #include "platform/ExclusiveFile.h"
+#include "platform/FilePath.h"
 
 #include <chrono>
 #include <thread>
@@ -33,7 +33,7 @@ bool FileMutex::lock(unsigned int timeoutMs)
     if (isLocked())
         return true;
     _file.reset(); // what a fork has copied is not ours
-    const String_T<char> path = StringHelper::wideToUtf8(_name);
+    const String_T<char> path = platform::bytesFromPath(_name);
     for (;;) {
         _file = platform::ExclusiveFile::tryOpen(path);
         if (_file != nullptr)

@@ -166,7 +166,7 @@ bool isOurs(const struct sigaction& action)
 std::size_t faultStackBytes()
 {
     // What is produced there reads debug information in a child of its own, on a copy of this stack.
-    constexpr std::size_t filterBytes = 256 * 1024;
+    constexpr std::size_t filterBytes = 256UL * 1024;
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const auto least = static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
     return (least + filterBytes + page - 1) / page * page;

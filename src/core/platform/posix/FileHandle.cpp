@@ -1,5 +1,7 @@
 #include "../FileHandle.h"
 
+#include "LongPath.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -105,7 +107,9 @@ FileHandle::~FileHandle()
 bool FileHandle::open(const char* path, const OpenOptions& options)
 {
     const int flags = systemFlags(options);
-    const int descriptor = retryInterrupted([&] { return ::open(path, flags, permissions(options)); });
+    const int descriptor = callAt(path, [&](int from, const char* way) {
+        return retryInterrupted([&] { return ::openat(from, way, flags, permissions(options)); });
+    });
     if (descriptor < 0)
         return false;
     struct stat status;
@@ -169,8 +173,10 @@ std::ptrdiff_t FileHandle::append(const void* data, std::size_t size, std::int64
 bool getFileStatus(const char* path, FileStatus& status)
 {
     struct statx answer;
-    const int result = retryInterrupted([&] {
-        return statx(AT_FDCWD, path, AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &answer);
+    const int result = callAt(path, [&](int from, const char* way) {
+        return retryInterrupted([&] {
+            return statx(from, way, AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &answer);
+        });
     });
     if (result != 0)
         return false;

@@ -104,6 +104,27 @@ private:
     }
 };
 
+constexpr wchar_t strayByte = 0xDC00;
+
+struct PathDecoder {
+    Step<wchar_t> operator()(const unsigned char* source, std::size_t size) const
+    {
+        const Step<wchar_t> step = Utf8Decoder()(source, size);
+        const bool isText = step.element(0) != replacement || (source[0] == 0xEF && step.consumed == 3);
+        return isText ? step : Step<wchar_t>::make(1, wchar_t(strayByte | source[0]));
+    }
+};
+
+struct PathEncoder {
+    Step<unsigned char> operator()(const wchar_t* source, std::size_t size) const
+    {
+        // The second half of a pair does not get here: it goes with the first.
+        if (source[0] >= (strayByte | 0x80) && source[0] <= (strayByte | 0xFF))
+            return Step<unsigned char>::make(1, static_cast<unsigned char>(source[0] & 0xFF));
+        return Utf8Encoder()(source, size);
+    }
+};
+
 } // namespace
 
 std::size_t utf8ToWide(const unsigned char* source, std::size_t size, wchar_t* target, std::size_t capacity)
@@ -114,6 +135,16 @@ std::size_t utf8ToWide(const unsigned char* source, std::size_t size, wchar_t* t
 std::size_t wideToUtf8(const wchar_t* source, std::size_t size, unsigned char* target, std::size_t capacity)
 {
     return convertText(source, size, target, capacity, Utf8Encoder());
+}
+
+std::size_t pathToWide(const unsigned char* source, std::size_t size, wchar_t* target, std::size_t capacity)
+{
+    return convertText(source, size, target, capacity, PathDecoder());
+}
+
+std::size_t wideToPath(const wchar_t* source, std::size_t size, unsigned char* target, std::size_t capacity)
+{
+    return convertText(source, size, target, capacity, PathEncoder());
 }
 
 } // namespace orvi::platform

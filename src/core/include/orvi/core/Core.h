@@ -13,6 +13,8 @@
 #include <orvi/core/Console.h>
 #include <orvi/core/CrashReporter.h>
 #include <orvi/core/Digest.h>
+#include <orvi/core/Directory.h>
+#include <orvi/core/DllModule.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Event.h>
 #include <orvi/core/Exception.h>

@@ -19,6 +19,8 @@ class Time;
     at close(). A reader of the same object sees them at once. Sizes and positions are ints: a file of 2 GiB
     or more tells neither (-1), and a write never goes beyond 2^31 - 1. One thread at a time.
 
+    Names become paths as Directory.h tells: whatever a scan reports opens.
+
     A pipe or device opens without waiting for its other end; it has no position, and reads and writes give
     what goes without waiting. */
 class ORVI_API File : public Archive {
