@@ -161,6 +161,27 @@ TEST_CASE("what makes no sense is a failed command with a reason")
     }
 }
 
+TEST_CASE("a command that has a fault fails, and its application and the others go on")
+{
+    const TempDirectory place;
+    const Outcome outcome =
+        run(place, "! counter crash\ncounter start\n! counter crash\ncounter count\ntime parse 5\n");
+    CAPTURE(outcome.text);
+    CHECK(outcome.status == 0);
+    CHECK(contains(outcome.text, "counter   $BEGIN crash\n"));
+    CHECK(contains(answerTo("count", "counter", outcome.text), "counting"));
+    CHECK(contains(outcome.text, "crash@"));
+    const fs::path directory = fs::path(ORVI_APPHOST).parent_path();
+    std::vector<fs::path> reports;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        if (contains(outcome.text, entry.path().string() + "\n"))
+            reports.push_back(entry.path());
+    }
+    CHECK(reports.size() == 2);
+    for (const fs::path& report : reports)
+        fs::remove(report);
+}
+
 TEST_CASE("files are measured, digested, shown and copied")
 {
     const TempDirectory place;

@@ -30,6 +30,9 @@ public:
                   {L"count", L"", L"tell the count", 0, 0, method(this, &CounterBox::count)},
                   {L"pace", L"[MS]", L"tell or set the time between two counts", 0, 1,
                    method(this, &CounterBox::pace)},
+                  {L"crash", L"",
+                   L"have a fault: a report is left beside this program, and the counting goes on", 0, 0,
+                   method(this, &CounterBox::crash)},
               })
         , _paceMs(paceMs)
         , _tick(Tick::createInstance())
@@ -80,6 +83,12 @@ private:
             _tick->setTickTime(static_cast<unsigned int>(_paceMs));
         }
         call.say(L"one count every %I64d ms", _paceMs);
+        return true;
+    }
+
+    bool crash(const Call&)
+    {
+        asm volatile("ud2"); // no instruction at all
         return true;
     }
 

@@ -7,6 +7,7 @@
 #include "LineReader.h"
 #include "LogPrinter.h"
 
+#include <orvi/core/CrashReporter.h>
 #include <orvi/core/Encoding.h>
 
 #include <cerrno>
@@ -85,6 +86,7 @@ bool startConfigured(apphost::Host& host, const char* config)
 
 int main(int argc, char** argv)
 {
+    orvi::handled_exception_filter();
     Options options;
     if (!parseOptions(argc, argv, options)) {
         std::fputs(usage, stderr);

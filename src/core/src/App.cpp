@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace orvi {
 
@@ -148,18 +149,24 @@ bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
     const std::unique_ptr<wchar_t*, decltype(&std::free)> argv(parsed, std::free);
 
     pipe->write(L"$BEGIN " + String(parsed[0]));
+    _answering = pipe;
     bool answered = true;
     bool succeeded = false;
     try {
         succeeded = answered = docmd(pipe, parsed, argc);
     } catch (const Exception& exception) {
         exception.report();
-    } catch (...) {
-        pipe->write(L"$END FAILED"); // a client waits for it; the rest is for the loop
-        throw;
     }
+    _answering = nullptr;
     pipe->write(succeeded ? L"$END OK" : L"$END FAILED");
     return answered;
+}
+
+void AppBox::onException(unsigned long)
+{
+    // A fault, or what is no Exception, has left the command: its client waits for the end.
+    if (AppPipe* pipe = std::exchange(_answering, nullptr))
+        pipe->write(L"$END FAILED");
 }
 
 bool AppBox::docmd(AppPipe*, wchar_t**, int) { return false; }

@@ -63,6 +63,8 @@ public:
 
     void exit() override;
     void onTick(unsigned int deltaMs) override;
+    /** Tells a client whose command had a fault that it failed; an override calls this. */
+    void onException(unsigned long code) override;
     /** Handles one text of a client; false makes the box answer "$NOTHING". */
     virtual bool dosamething(AppPipe* pipe, const wchar_t* text);
     /** Runs one command, on the run thread. `argv[0]` is the command word; the strings are writable and live
@@ -81,7 +83,8 @@ private:
 
     String _appName;
     String _parameters;
-    Pipes _pipes; // served; the run thread's alone
+    Pipes _pipes;                  // served; the run thread's alone
+    AppPipe* _answering = nullptr; // whose command is under way
 
     // Taken before the locks of the pipes.
     Mutex _addMutex;
