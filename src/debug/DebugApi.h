@@ -37,7 +37,8 @@ struct OrviDebugFrame {
 };
 
 /** Receives a stack, innermost frame first: each frame, its parameters, their end, its local variables. Values are
-    texts, empty where the compiler kept none. Frames whose function is not known have no variables. */
+    texts, "<optimized out>" where the compiler kept none. Functions are named without their parameters; those that
+    were inlined have frames of their own. The texts live until the callback returns. */
 struct OrviDebugStackVisitor {
     void* context;
     void (*frame)(void* context, const struct OrviDebugFrame* frame);

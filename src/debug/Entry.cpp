@@ -1,7 +1,9 @@
 #include "DebugApi.h"
 #include "LoadedModules.h"
 #include "SourcePlace.h"
+#include "StackVisit.h"
 #include "StackWalk.h"
+#include <ctime>
 #include <mutex>
 
 namespace {
@@ -18,29 +20,46 @@ struct ThreadData {
 };
 thread_local constinit ThreadData threadData{};
 
+/** The first touch of a thread's data takes memory from the program's heap, which may be damaged later, or locked for
+    good. */
+void touchThreadData()
+{
+    const volatile bool isInside = threadData.isInside;
+    static_cast<void>(isInside);
+    elf_errno();
+    dwarf_errno();
+    dwfl_errno();
+}
+
 /** The right to use libdw. Refused to a signal handler that interrupted its own thread in here: it would wait
     for itself. */
 class Entry {
 public:
-    Entry()
+    enum class Patience {
+        Endless,
+        Bounded // for the child of a fork, where nobody may be left to unlock: it goes on without the lock then
+    };
+
+    explicit Entry(Patience patience = Patience::Endless)
         : _isEntered(!threadData.isInside)
     {
         if (!_isEntered)
             return;
         threadData.isInside = true;
-        // The first touch of a thread's data takes memory from the program's heap. Nobody shall wait for that
-        // under the lock: the heap may be damaged, or locked for good.
-        elf_errno();
-        dwarf_errno();
-        dwfl_errno();
-        libraryLock.lock();
+        touchThreadData(); // nobody shall wait for that under the lock
+        if (patience == Patience::Bounded) {
+            _isLocked = tryToLock();
+        } else {
+            libraryLock.lock();
+            _isLocked = true;
+        }
     }
     ~Entry()
     {
-        if (!_isEntered)
-            return;
-        libraryLock.unlock();
-        threadData.isInside = false;
+        if (_isLocked)
+            libraryLock.unlock();
+        if (_isEntered)
+            threadData.isInside = false;
     }
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
@@ -49,12 +68,27 @@ public:
     Dwfl* modulesNow() const { return _isEntered ? modules.current() : nullptr; }
 
 private:
+    static bool tryToLock()
+    {
+        constexpr int mostMillis = 500;
+        for (int waited = 0; waited < mostMillis; ++waited) {
+            if (libraryLock.try_lock())
+                return true;
+            const timespec millisecond{0, 1000000};
+            nanosleep(&millisecond, nullptr);
+        }
+        return false;
+    }
+
     bool _isEntered;
+    bool _isLocked = false;
 };
 
 const char* nullIfEmpty(const char* text) { return *text == '\0' ? nullptr : text; }
 
 } // namespace
+
+void orvi_debug_prepare_thread() { touchThreadData(); }
 
 size_t orvi_debug_walk(const void* frame, uintptr_t* addresses, size_t capacity)
 {
@@ -64,6 +98,14 @@ size_t orvi_debug_walk(const void* frame, uintptr_t* addresses, size_t capacity)
     if (dwfl == nullptr || getcontext(&here) != 0)
         return 0;
     return walkStack(dwfl, here, reinterpret_cast<uintptr_t>(frame), addresses, capacity);
+}
+
+void orvi_debug_visit_stack(const ucontext_t* registers, size_t maxFrames,
+                            const OrviDebugStackVisitor* visitor)
+{
+    const Entry entry(Entry::Patience::Bounded);
+    if (Dwfl* dwfl = entry.modulesNow())
+        visitStack(dwfl, *registers, maxFrames, *visitor);
 }
 
 void orvi_debug_place(uintptr_t address, OrviDebugPlace* place)

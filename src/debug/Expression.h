@@ -15,9 +15,17 @@ struct Operand {
     std::uint64_t number;
 };
 
-/** Computes a DWARF expression of unwind information. `frameAddress` is the canonical frame address, where it
-    is known already. Empty for an operation, a register or memory that is not there. */
+/** Knows what the expressions of variables ask for beyond registers and memory. */
+class Surroundings {
+public:
+    virtual ~Surroundings() = default;
+    /** The number that an operation stands for. Empty: not known, or not one of these. */
+    virtual std::optional<std::uint64_t> resolve(const Dwarf_Op& operation) = 0;
+};
+
+/** Computes a DWARF expression. Empty for an operation, a register or memory that is not there, and for a value
+    in several pieces. */
 std::optional<Operand> evaluate(std::span<const Dwarf_Op> operations, const Frame& frame,
-                                std::optional<std::uint64_t> frameAddress);
+                                Surroundings* surroundings = nullptr);
 
 } // namespace orvi::debug

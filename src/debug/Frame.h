@@ -1,6 +1,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace orvi::debug {
 
@@ -39,6 +40,9 @@ public:
 
     /** Whether the frame stands at an instruction still to be done, not behind a call. */
     bool interrupted = false;
+
+    /** The canonical frame address; empty when it is not known, or not yet. */
+    std::optional<std::uint64_t> frameAddress;
 
     /** An address inside the instruction that the frame stands at or that called out of it. */
     std::uintptr_t codeAddress() const { return get(Rip) - (interrupted ? 0 : 1); }

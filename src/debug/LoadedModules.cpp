@@ -1,9 +1,10 @@
 #include "LoadedModules.h"
 
 #include "DebugFiles.h"
-#include "ProcessMaps.h"
+#include "MappedModules.h"
 #include <cstddef>
 #include <link.h>
+#include <unistd.h>
 
 namespace orvi::debug {
 namespace {
@@ -27,6 +28,16 @@ LoadCounts loadCounts()
     return counts;
 }
 
+// False when the modules cannot be listed.
+bool reportModules(Dwfl* dwfl)
+{
+    MappedModules modules(gettid());
+    bool any = false;
+    for (; modules.next(); any = true)
+        dwfl_report_module(dwfl, modules.path(), modules.image().start(), modules.image().end());
+    return any;
+}
+
 } // namespace
 
 Dwfl* LoadedModules::current()
@@ -47,7 +58,7 @@ Dwfl* LoadedModules::current()
         return nullptr;
 
     dwfl_report_begin(_dwfl);
-    const bool read = reportMappedModules(_dwfl);
+    const bool read = reportModules(_dwfl);
     dwfl_report_end(_dwfl, nullptr, nullptr);
     if (!read) {
         dwfl_end(_dwfl);

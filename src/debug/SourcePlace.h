@@ -1,4 +1,5 @@
 #pragma once
+#include "CodeScopes.h"
 #include <cstdint>
 #include <elfutils/libdwfl.h>
 
@@ -14,5 +15,11 @@ struct SourcePlace {
 /** Looks up the instruction that holds the byte at `address`. Of several functions that were inlined into one
     another, the innermost counts. */
 void findSourcePlace(Dwfl* dwfl, std::uintptr_t address, SourcePlace& place);
+
+/** Sets the file and the line of the instruction. */
+void findLine(const CodeScopes& scopes, SourcePlace& place);
+
+/** Sets the file and the line where the function `inlined` of the chain was called. */
+void findCallLine(CodeScopes& scopes, Dwarf_Die& inlined, SourcePlace& place);
 
 } // namespace orvi::debug

@@ -1,5 +1,6 @@
 #include "StackWalk.h"
 
+#include "CodeScopes.h"
 #include "Expression.h"
 #include "Memory.h"
 #include <cstdlib>
@@ -40,19 +41,19 @@ UnwindRules findRules(Dwfl_Module* module, std::uintptr_t address)
     return {};
 }
 
-std::optional<std::uint64_t> frameAddress(Dwarf_Frame* rules, const Frame& frame)
+std::optional<std::uint64_t> findFrameAddress(Dwarf_Frame* rules, const Frame& frame)
 {
     Dwarf_Op* operations = nullptr;
     std::size_t count = 0;
     if (dwarf_frame_cfa(rules, &operations, &count) != 0)
         return {};
-    const std::optional<Operand> result = evaluate({operations, count}, frame, {});
+    const std::optional<Operand> result = evaluate({operations, count}, frame);
     return result ? std::optional(result->number) : std::nullopt;
 }
 
 // What register `number` held in the caller. Empty: lost.
 std::optional<std::uint64_t> callersRegister(Dwarf_Frame* rules, unsigned number, int column,
-                                             const Frame& frame, std::uint64_t address)
+                                             const Frame& frame)
 {
     Dwarf_Op memory[3];
     Dwarf_Op* operations = nullptr;
@@ -63,32 +64,32 @@ std::optional<std::uint64_t> callersRegister(Dwarf_Frame* rules, unsigned number
         const bool isSame = operations == nullptr;
         return isSame && frame.has(number) ? std::optional(frame.get(number)) : std::nullopt;
     }
-    const std::optional<Operand> result = evaluate({operations, count}, frame, address);
+    const std::optional<Operand> result = evaluate({operations, count}, frame);
     if (!result || result->kind == Operand::Kind::Value)
         return result ? std::optional(result->number) : std::nullopt;
     std::uint64_t value = 0;
     return readMemory(result->number, &value, sizeof value) ? std::optional(value) : std::nullopt;
 }
 
-Step stepByRules(Dwfl* dwfl, const Frame& frame, Frame& caller)
+Step stepByRules(Dwfl* dwfl, Frame& frame, Frame& caller)
 {
-    Dwfl_Module* module = dwfl_addrmodule(dwfl, frame.codeAddress());
+    Dwfl_Module* module = findModule(dwfl, frame.codeAddress());
     const UnwindRules rules = module == nullptr ? UnwindRules() : findRules(module, frame.codeAddress());
     if (!rules)
         return Step::Unknown;
-    const std::optional<std::uint64_t> address = frameAddress(rules.get(), frame);
+    frame.frameAddress = findFrameAddress(rules.get(), frame);
     bool isSignal = false;
     const int returnColumn = dwarf_frame_info(rules.get(), nullptr, nullptr, &isSignal);
-    if (!address || returnColumn < 0)
+    if (!frame.frameAddress || returnColumn < 0)
         return Step::Unknown;
 
     for (unsigned number = 0; number < Frame::registerCount; ++number) {
         const int column = number == Frame::Rip ? returnColumn : static_cast<int>(number);
-        if (const auto value = callersRegister(rules.get(), number, column, frame, *address))
+        if (const auto value = callersRegister(rules.get(), number, column, frame))
             caller.set(number, *value);
     }
     if (!caller.has(Frame::Rsp))
-        caller.set(Frame::Rsp, *address);
+        caller.set(Frame::Rsp, *frame.frameAddress);
     caller.interrupted = isSignal;
     if (!caller.has(Frame::Rip)) // undefined at the outermost frame
         return Step::End;
@@ -99,13 +100,14 @@ Step stepByRules(Dwfl* dwfl, const Frame& frame, Frame& caller)
 // A call to a wrong address has pushed its return address and done nothing else.
 bool stepFromWildCall(Dwfl* dwfl, const Frame& frame, Frame& caller)
 {
-    if (!frame.interrupted || dwfl_addrmodule(dwfl, frame.codeAddress()) != nullptr)
+    if (!frame.interrupted || findModule(dwfl, frame.codeAddress()) != nullptr)
         return false;
     std::uint64_t returnAddress = 0;
     if (!readMemory(frame.get(Frame::Rsp), &returnAddress, sizeof returnAddress) ||
-        dwfl_addrmodule(dwfl, returnAddress) == nullptr)
+        findModule(dwfl, returnAddress) == nullptr)
         return false;
     caller = frame;
+    caller.frameAddress.reset();
     caller.set(Frame::Rip, returnAddress);
     caller.set(Frame::Rsp, frame.get(Frame::Rsp) + sizeof returnAddress);
     caller.interrupted = false;
@@ -119,7 +121,7 @@ bool stepByFramePointer(Dwfl* dwfl, const Frame& frame, Frame& caller)
     const std::uint64_t pointer = frame.get(Frame::Rbp);
     std::uint64_t saved[2]; // frame pointer, return address
     if (!frame.has(Frame::Rbp) || pointer < frame.get(Frame::Rsp) ||
-        !readMemory(pointer, saved, sizeof saved) || dwfl_addrmodule(dwfl, saved[1]) == nullptr)
+        !readMemory(pointer, saved, sizeof saved) || findModule(dwfl, saved[1]) == nullptr)
         return false;
     caller = Frame();
     caller.set(Frame::Rbp, saved[0]);
@@ -128,7 +130,7 @@ bool stepByFramePointer(Dwfl* dwfl, const Frame& frame, Frame& caller)
     return true;
 }
 
-bool stepToCaller(Dwfl* dwfl, const Frame& frame, Frame& caller)
+bool stepToCaller(Dwfl* dwfl, Frame& frame, Frame& caller)
 {
     switch (stepByRules(dwfl, frame, caller)) {
     case Step::ToCaller:
@@ -143,24 +145,40 @@ bool stepToCaller(Dwfl* dwfl, const Frame& frame, Frame& caller)
 
 } // namespace
 
+StackWalk::StackWalk(Dwfl* dwfl, const ucontext_t& start)
+    : _dwfl(dwfl)
+    , _frame(fromContext(start))
+{
+    findCaller();
+}
+
+void StackWalk::findCaller()
+{
+    _caller = Frame();
+    _hasCaller = stepToCaller(_dwfl, _frame, _caller) && (_caller.get(Frame::Rsp) > _frame.get(Frame::Rsp) ||
+                                                          (_caller.interrupted && _stackChanges-- > 0));
+}
+
+bool StackWalk::moveToCaller()
+{
+    if (!_hasCaller)
+        return false;
+    _frame = _caller;
+    findCaller();
+    return true;
+}
+
 std::size_t walkStack(Dwfl* dwfl, const ucontext_t& start, std::uintptr_t bottom, std::uintptr_t* addresses,
                       std::size_t capacity)
 {
-    Frame frame = fromContext(start);
+    const MemoryCache cache;
+    StackWalk walk(dwfl, start);
     std::size_t count = 0;
     bool below = true;
-    int stackChanges =
-        8; // a signal handler may have a stack of its own; a damaged stack must not lead in circles
-    while (count < capacity) {
-        Frame caller;
-        if (!stepToCaller(dwfl, frame, caller))
-            break;
-        if (caller.get(Frame::Rsp) <= frame.get(Frame::Rsp) && (!caller.interrupted || stackChanges-- == 0))
-            break;
-        below = below && caller.get(Frame::Rsp) <= bottom;
+    while (count < capacity && walk.moveToCaller()) {
+        below = below && walk.frame().get(Frame::Rsp) <= bottom;
         if (!below)
-            addresses[count++] = caller.codeAddress() + 1;
-        frame = caller;
+            addresses[count++] = walk.frame().codeAddress() + 1;
     }
     return count;
 }
