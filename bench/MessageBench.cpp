@@ -45,6 +45,7 @@ namespace {
 constexpr int messageCount = 200000; // through a channel, in an iteration
 constexpr int roundTripCount = 10000;
 constexpr int packageCount = 1000;
+constexpr unsigned int noTimeLimit = 0xFFFFFFFF;
 
 // Sixteen characters: one more than a std::string holds in place. Every message gets a copy.
 const orvi::String noteText(L"Sixteen letters.");
@@ -108,7 +109,7 @@ public:
         _port.getMessageDispenser() += {this, &PortChannel::onNote};
         _thread = std::thread([this] {
             while (!_ended) {
-                if (_port.procMessage(10) == 0)
+                if (_port.procMessage(noTimeLimit) == 0) // the peers have none either
                     std::this_thread::yield();
             }
         });

@@ -71,14 +71,17 @@ bool MessagePort::pushMessage(const Unknown::Handle_T<Message>& message)
     const MutexGuard guard(_pushMutex);
     if (!draft->moveTo(*_pushStream))
         THROW_EXCEPTION(-1, L"OutputStream& operator <<(OutputStream &,InputStream &)");
+    if (!_hasArrived.load(std::memory_order_relaxed))
+        _hasArrived.store(true, std::memory_order_release);
     return true;
 }
 
 Unknown::Handle_T<Message> MessagePort::popMessage()
 {
     const MutexGuard guard(_popMutex);
-    if (_popStream->available() < 1) {
+    if (_popStream->available() < 1 && _hasArrived.load(std::memory_order_acquire)) {
         const MutexGuard pushGuard(_pushMutex);
+        _hasArrived.store(false, std::memory_order_relaxed);
         _popStream->append(*_pushStream);
     }
     if (_popStream->available() < 1)

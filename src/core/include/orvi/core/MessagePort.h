@@ -6,6 +6,8 @@
 #include <orvi/core/Mutex.h>
 #include <orvi/core/Stream.h>
 
+#include <atomic>
+
 namespace orvi {
 
 /** A queue of messages between threads, with a table of handlers at its end. Messages queue as bytes: what comes
@@ -37,7 +39,8 @@ public:
     Unknown::Handle_T<Message> popMessage();
 
     /** Hands messages to their handlers, on this thread, until none is left, a null handle comes or more than
-        `timeLimit` milliseconds have passed; gives their number. At least one goes, whatever the limit.
+        `timeLimit` milliseconds have passed (0xFFFFFFFF: no limit); gives their number. At least one goes,
+        whatever the limit.
 
         An Exception of a handler, or a message without one, ends the call and is reported in the log; that message
         is gone and not counted. Any other exception passes through. A handler may use this port in every way;
@@ -54,6 +57,8 @@ private:
     // Lock order: _popMutex, then _pushMutex. User code runs under _popMutex alone.
     Mutex _pushMutex;
     Unknown::Handle_T<MemoryStream> _pushStream; // what has arrived
+    std::atomic<bool> _hasArrived =
+        false; // something has: who polls an empty port leaves the lock to the producers
     Mutex _popMutex;
     Unknown::Handle_T<MemoryStream> _popStream; // what is being read, taken over from _pushStream as a whole
     InputStream _popInput;
