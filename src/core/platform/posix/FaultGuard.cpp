@@ -63,7 +63,7 @@ public:
 
 // UBSan takes the exception of a cancelled thread, which is none of C++, for a null reference.
 __attribute__((no_sanitize("undefined"))) unsigned long runInGuard(void (*step)(void*), void* argument,
-                                                           void (*report)())
+                                                                   void (*report)())
 {
     GuardRecord record{{}, t_guard, 0, false, false};
     const Link link(record);

@@ -45,6 +45,8 @@
 #include <orvi/core/PropertyTable.h>
 #include <orvi/core/RunQueue.h>
 #include <orvi/core/Semaphore.h>
+#include <orvi/core/Service.h>
+#include <orvi/core/ServiceSystem.h>
 #include <orvi/core/Stream.h>
 #include <orvi/core/String.h>
 #include <orvi/core/System.h>

@@ -1,0 +1,18 @@
+#pragma once
+#include <orvi/core/ServiceSystem.h>
+
+namespace service {
+
+/** Hosts the applications, and answers at the socket that the argument "socket=" names. */
+class Daemon final : public orvi::ServiceSystem {
+public:
+    bool init() override;
+    void exit() override;
+
+    bool hasFailed() const { return _failed; }
+
+private:
+    bool _failed = false;
+};
+
+} // namespace service

@@ -1,0 +1,31 @@
+#pragma once
+#include "Visitor.h"
+
+#include <orvi/core/System.h>
+
+#include <list>
+#include <string>
+
+namespace service {
+
+/** Lets visitors in at a socket file, and serves them. Its waiting for them is all the rest that its system's
+    loop has. */
+class Door final : public orvi::System::Task {
+public:
+    explicit Door(const orvi::String& path);
+
+    /** Refuses, with the reason in the log, when the socket cannot be opened. */
+    bool init() override;
+    void exit() override;
+    void onTick(unsigned int elapsedMs) override;
+
+private:
+    void await() const;
+    void letIn();
+
+    orvi::String_T<char> _path;
+    int _socket = -1;
+    std::list<Visitor> _visitors;
+};
+
+} // namespace service

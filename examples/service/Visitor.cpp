@@ -1,0 +1,136 @@
+#include "Visitor.h"
+
+#include <orvi/core/Encoding.h>
+#include <orvi/core/ServiceSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace service {
+
+using orvi::String;
+using orvi::StringHelper;
+
+namespace {
+
+constexpr std::size_t longestLine = 4096;
+constexpr std::size_t mostOutput = 65'536; // an application waits with more
+constexpr std::chrono::seconds patience{30};
+
+bool isLater(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EINTR); }
+
+} // namespace
+
+Visitor::Visitor(int socket)
+    : _socket(socket)
+{}
+
+Visitor::~Visitor() { close(_socket); }
+
+short Visitor::wishes() const
+{
+    const bool wantsInput = !_ended && _input.size() <= longestLine;
+    return static_cast<short>((wantsInput ? POLLIN : 0) | (_output.empty() ? 0 : POLLOUT));
+}
+
+void Visitor::turn()
+{
+    receive();
+    obey();
+    collectAnswer();
+    send();
+}
+
+bool Visitor::isDone() const
+{
+    const bool served = _ended && _input.empty() && _output.empty() && !awaitsAnswer();
+    return _broken || served || (!awaitsAnswer() && Clock::now() - _lastMove > patience);
+}
+
+void Visitor::receive()
+{
+    if (_ended || _input.size() > longestLine)
+        return;
+    char bytes[longestLine];
+    const ssize_t count = recv(_socket, bytes, sizeof bytes, MSG_DONTWAIT);
+    if (isLater(count))
+        return;
+    _lastMove = Clock::now();
+    if (count > 0)
+        _input.append(bytes, static_cast<std::size_t>(count));
+    else
+        _ended = true;
+}
+
+void Visitor::obey()
+{
+    while (!_input.empty() && !awaitsAnswer() && _output.size() <= mostOutput) {
+        const std::size_t end = std::min(_input.find('\n'), _input.size());
+        if (end > longestLine) {
+            answer(L"a line is too long\nfailed");
+            _input.clear();
+            _ended = true;
+        } else if (end < _input.size() || _ended) { // the last line may lack its end
+            const std::string line = _input.substr(0, end);
+            _input.erase(0, end + 1);
+            obeyLine(line);
+        } else {
+            return;
+        }
+    }
+}
+
+void Visitor::obeyLine(const std::string& line)
+{
+    if (line == "quit") {
+        answer(L"ok");
+        orvi::ServiceSystem::shutdownSystem();
+        return;
+    }
+    const std::size_t nameEnd = std::min(line.find(' '), line.size());
+    _app = orvi::getApp(StringHelper::utf8ToWide(line.substr(0, nameEnd).c_str()));
+    if (_app.isNull()) {
+        answer(L"there is no such application\nfailed");
+        return;
+    }
+    const std::string command = line.substr(std::min(nameEnd + 1, line.size()));
+    _app->getPipe()->write(L"$COMMAND " + StringHelper::utf8ToWide(command.c_str()));
+}
+
+void Visitor::collectAnswer()
+{
+    String text;
+    while (awaitsAnswer() && _output.size() <= mostOutput && _app->getPipe()->read(text)) {
+        const bool succeeded = text == L"$END OK";
+        if (succeeded || text == L"$END FAILED" || text == L"$NOTHING" || text == L"$BYE") {
+            answer(succeeded ? L"ok" : L"failed");
+            _app.setNull();
+        } else if (text != L"$HELLO" && text.find(L"$BEGIN ") != 0) {
+            answer(text);
+        }
+    }
+}
+
+void Visitor::answer(const String& text)
+{
+    _output += StringHelper::wideToUtf8(text).getBuffer();
+    _output += '\n';
+}
+
+void Visitor::send()
+{
+    if (_output.empty())
+        return;
+    const ssize_t count = ::send(_socket, _output.data(), _output.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (isLater(count))
+        return;
+    _lastMove = Clock::now();
+    _broken = count < 0;
+    _output.erase(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+}
+
+} // namespace service

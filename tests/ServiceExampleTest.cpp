@@ -1,0 +1,96 @@
+#include "ServiceProcess.h"
+#include "TextPrinting.h"
+
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+namespace {
+
+/** Makes the example out of this process, with its output in a file. */
+int runExample(const std::vector<std::string>& words, const std::string& outputPath)
+{
+    std::vector<char*> argv = {const_cast<char*>(ORVI_SERVICE)};
+    for (const std::string& word : words)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    const int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(output, 1);
+    dup2(output, 2);
+    execv(ORVI_SERVICE, argv.data());
+    return 127;
+}
+
+struct Answer {
+    int status;
+    std::string text;
+};
+
+Answer call(const TempDirectory& directory, const std::vector<std::string>& words)
+{
+    const std::string path = (directory / "answer").string();
+    ServiceProcess process("", [&] { return runExample(words, path); });
+    const int status = process.wait();
+    std::ifstream file(path);
+    return {status, {std::istreambuf_iterator<char>(file), {}}};
+}
+
+} // namespace
+
+TEST_CASE("the daemon answers while its service manager lets it run")
+{
+    const TempDirectory directory;
+    const NotifySocket manager((directory / "notify").string());
+    const std::string socket = (directory / "socket").string();
+    const std::string log = (directory / "log").string();
+    const auto talk = [&](const char* command) { return call(directory, {"talk", socket, command}); };
+
+    for (const bool quits : {false, true}) {
+        ServiceProcess daemon(manager.address(), [&] { return runExample({"socket=" + socket}, log); });
+        while (manager.next() != "READY=1\nSTATUS=Running") {
+        }
+        while (access(socket.c_str(), F_OK) != 0) // the body starts a moment before or behind that
+            usleep(1000);
+        const struct {
+            const char* command;
+            int status;
+            const char* text;
+        } rows[] = {
+            {"counter count", 0, "1\nok\n"},
+            {"counter count", 0, "2\nok\n"},
+            {"echo say one \"two three\"", 0, "one\ntwo three\nok\n"},
+            {"echo say 1\ncounter count", 0, "1\nok\n3\nok\n"},
+            {"counter add", 1, "failed\n"},
+            {"nobody count", 1, "there is no such application\nfailed\n"},
+            {"", 1, "there is no such application\nfailed\n"},
+        };
+        for (const auto& row : rows) {
+            CAPTURE(row.command);
+            const Answer answer = talk(row.command);
+            CHECK(answer.status == row.status);
+            CHECK(answer.text == row.text);
+        }
+        CHECK(talk(std::string(10'000, 'x').c_str()).status == 1);
+        CHECK(call(directory, {"run", "socket=" + socket}).status == 1); // taken
+
+        if (quits)
+            CHECK(talk("quit").text == "ok\n");
+        else
+            daemon.kill(SIGTERM);
+        CHECK(manager.next().find("STOPPING=1\n") == 0);
+        CHECK(daemon.wait() == 0);
+        CHECK(access(socket.c_str(), F_OK) != 0);
+        CHECK(talk("counter count").status == 1);
+        while (manager.next(0) != "(none)") {
+        }
+    }
+}
+
+TEST_CASE("a wrong call is refused, before anything is installed or removed")
+{
+    const TempDirectory directory;
+    const std::vector<std::string> calls[] = {{"install"},     {"install", "../name"}, {"remove", "a b"},
+                                              {"install", ""}, {"talk", "path"},       {"nonsense"}};
+    for (const auto& words : calls)
+        CHECK(call(directory, words).status == 2);
+}
