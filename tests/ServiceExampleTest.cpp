@@ -56,11 +56,12 @@ TEST_CASE("the daemon answers while its service manager lets it run")
             int status;
             const char* text;
         } rows[] = {
-            {"counter count", 0, "1\nok\n"},
-            {"counter count", 0, "2\nok\n"},
-            {"echo say one \"two three\"", 0, "one\ntwo three\nok\n"},
-            {"echo say 1\ncounter count", 0, "1\nok\n3\nok\n"},
-            {"counter add", 1, "failed\n"},
+            {"counter count", 0, "0, stopped\nok\n"},
+            {"counter pace 50", 0, "one count every 50 ms\nok\n"},
+            {"uuid compare 00000000-0000-0000-0000-000000000000 00000000-0000-0000-0000-000000000001", 0,
+             "less\nok\n"},
+            {"counter reset\ncounter count", 0, "ok\n0, stopped\nok\n"},
+            {"counter add", 1, "no command 'add' here: help lists them\nfailed\n"},
             {"nobody count", 1, "there is no such application\nfailed\n"},
             {"", 1, "there is no such application\nfailed\n"},
         };

@@ -1,80 +1,34 @@
 #include "Boxes.h"
 
-#include <orvi/core/App.h>
-#include <orvi/core/Encoding.h>
-#include <orvi/core/Tick.h>
+#include <Apps.h>
+
+#include <algorithm>
+#include <iterator>
 
 namespace service {
 
-using orvi::AppBox;
-using orvi::AppPipe;
-using orvi::Handle_T;
-using orvi::String;
-
 namespace {
 
-constexpr const wchar_t* names[] = {L"counter", L"echo"};
+// Those that leave the machine's files alone: a daemon may have all rights.
+constexpr const wchar_t* names[] = {L"counter", L"time", L"uuid"};
 
-/** A box that leaves the processor alone while nobody asks for anything. */
-class QuietBox : public AppBox {
-public:
-    QuietBox(const String& appName, const String& parameters)
-        : AppBox(appName, parameters)
-    {}
-
-    bool init() override { return AppBox::init() && orvi::Yield::createInstance(10)->start(this); }
-};
-
-/** "count": one more than the last time. "reset": from the start. */
-class CounterBox final : public QuietBox {
-public:
-    using QuietBox::QuietBox;
-
-    bool docmd(AppPipe* pipe, wchar_t** argv, int argc) override
-    {
-        const String command = argv[0];
-        if (argc != 1 || (command != L"count" && command != L"reset"))
-            return false;
-        _count = command == L"count" ? _count + 1 : 0;
-        return pipe->write(orvi::convertToString(_count));
-    }
-
-private:
-    int _count = 0;
-};
-
-/** "say WORD...": a line for each word. */
-class EchoBox final : public QuietBox {
-public:
-    using QuietBox::QuietBox;
-
-    bool docmd(AppPipe* pipe, wchar_t** argv, int argc) override
-    {
-        if (String(argv[0]) != L"say")
-            return false;
-        for (int i = 1; i < argc; ++i)
-            pipe->write(argv[i]);
-        return true;
-    }
-};
-
-template <class Box>
-Handle_T<AppBox> create(const wchar_t* appName, const wchar_t* parameters)
+const apphost::AppKind* findKind(const orvi::String& name)
 {
-    return new Box(appName, parameters);
+    const auto kinds = apphost::appKinds();
+    const auto found =
+        std::find_if(kinds.begin(), kinds.end(), [&](const auto& kind) { return name == kind.name; });
+    return found != kinds.end() ? &*found : nullptr;
 }
 
 } // namespace
 
 bool startBoxes()
 {
-    orvi::setUpApp(L"counter", create<CounterBox>);
-    orvi::setUpApp(L"echo", create<EchoBox>);
-    for (const wchar_t* name : names) {
-        if (orvi::startApp(name, name, L"").isNull())
-            return false;
-    }
-    return true;
+    return std::all_of(std::begin(names), std::end(names), [](const wchar_t* name) {
+        const apphost::AppKind* kind = findKind(name);
+        return kind != nullptr && orvi::setUpApp(name, kind->factory) &&
+               !orvi::startApp(name, name, L"").isNull();
+    });
 }
 
 void endBoxes()

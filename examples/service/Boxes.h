@@ -2,7 +2,8 @@
 
 namespace service {
 
-/** Registers and starts the applications "counter" and "echo"; false when one does not start. */
+/** Registers and starts some of apphost's applications, each under the name of its kind; false when one does not
+    start. */
 bool startBoxes();
 void endBoxes();
 

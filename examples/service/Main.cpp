@@ -1,4 +1,4 @@
-/** A daemon that hosts two small applications, and all that an administrator does with it: see --help. */
+/** A daemon that hosts some small applications, and all that an administrator does with it: see --help. */
 
 #include "Daemon.h"
 #include "Talk.h"
@@ -32,8 +32,9 @@ constexpr char usage[] = R"(usage: service install NAME | remove NAME
   run       run in the foreground until Ctrl-C and answer at the socket PATH,
             else at ./service.sock; without the word it is the same, and the way
             in which the service manager starts it
-  talk      send one command and print the answer: "counter count",
-            "counter reset", "echo say WORD...", or "quit", which ends the daemon
+  talk      send one command and print the answer: "counter start",
+            "counter count", "time now", "uuid new"..., or "quit", which ends the
+            daemon. The applications are some of apphost's: "counter help"
 )";
 
 enum Status { fine = 0, failed = 1, wrongCall = 2 };
@@ -78,7 +79,7 @@ int installService(const std::string& name)
     const std::string commandLine =
         "\"" + std::string(path, static_cast<std::size_t>(length)) + "\" socket=/run/" + name + ".sock";
     const bool installed =
-        orvi::serviceInstall(1, StringHelper::utf8ToWide(name.c_str()), L"Counter and echo",
+        orvi::serviceInstall(1, StringHelper::utf8ToWide(name.c_str()), L"Counter, time and uuids",
                              StringHelper::utf8ToWide(commandLine.c_str()), nullptr, nullptr) == 1;
     return installed ? fine : failed;
 }
