@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,6 +48,10 @@ public:
             setenv("TZ", "UTC0", 1);
             if (!libraries.empty())
                 setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
+            if (mostFileBytes != 0) {
+                const rlimit limit{mostFileBytes, mostFileBytes};
+                setrlimit(RLIMIT_FSIZE, &limit);
+            }
             const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             if (dup2(file, 1) != 1 || dup2(file, 2) != 2)
                 _exit(127);
@@ -88,7 +93,8 @@ public:
     int signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
 
     TempDirectory place;
-    std::string libraries; // where to look first
+    std::string libraries;    // where to look first
+    rlim_t mostFileBytes = 0; // 0: any
     int status = 0;
     std::string said;
 };
@@ -238,6 +244,16 @@ TEST_CASE("a fault is left to a debugger that is at hand")
     CHECK(scene.signal() == SIGSEGV);
     CHECK(scene.files(".log").empty());
     CHECK(scene.files(".dmp").empty());
+}
+
+TEST_CASE("files that may not grow leave the end as it is")
+{
+    Scene scene;
+    scene.mostFileBytes = 200;
+    scene.run({"division"});
+    CHECK(scene.signal() == SIGFPE);
+    CHECK(scene.report().starts_with("\nProcess info:\n"));
+    CHECK(contentOf(scene.files(".dmp")[0]).empty());
 }
 
 TEST_CASE("where no file can be made there is no report, and the end is the same")

@@ -53,6 +53,9 @@ int openFile(const char* path);
 bool writeFile(int file, const char* data, std::size_t size);
 void closeFile(int file);
 
+/** Runs `work` while the signals that a failing write sends are kept from the thread. */
+void withoutWriteSignals(void (*work)(void*), void* argument);
+
 void writeStandardError(const char* data, std::size_t size);
 
 /** Runs `work` in a child of the process, on a copy of everything, and waits for its end: what goes wrong there, or hangs,

@@ -317,16 +317,28 @@ void tellUser(const char* reportPath, const char* dumpPath)
         platform::writeStandardError(text, std::min(static_cast<std::size_t>(size), sizeof text - 1));
 }
 
-void report(const platform::Fault& fault, bool isOnCaller)
+struct ReportWork {
+    const platform::Fault& fault;
+    bool isOnCaller;
+};
+
+void makeReport(void* argument)
 {
+    const auto& work = *static_cast<const ReportWork*>(argument);
     static ReportFile dump("dmp"); // not on the stack, which may be small
     if (!dump.exists())
         return;
     static ReportFile text("log");
     if (!text.exists() || !platform::DebugModule::canReport())
         return;
-    writeReport(text.path, dump.path, fault, isOnCaller);
+    writeReport(text.path, dump.path, work.fault, work.isOnCaller);
     tellUser(text.path, dump.path);
+}
+
+void report(const platform::Fault& fault, bool isOnCaller)
+{
+    ReportWork work{fault, isOnCaller};
+    platform::withoutWriteSignals(makeReport, &work);
 }
 
 /** Another thread has a fault while the report is written. Its fault may end the process: not before the report is there. */

@@ -1,5 +1,7 @@
 #include "../CrashScene.h"
 
+#include "SignalShield.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -188,6 +190,13 @@ bool writeFile(int file, const char* data, std::size_t size)
         size -= static_cast<std::size_t>(count);
     }
     return true;
+}
+
+void withoutWriteSignals(void (*work)(void*), void* argument)
+{
+    const SignalShield atLimit(SIGXFSZ);
+    const SignalShield withoutReader(SIGPIPE);
+    work(argument);
 }
 
 void closeFile(int file) { close(file); }

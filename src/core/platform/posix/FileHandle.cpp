@@ -1,6 +1,7 @@
 #include "../FileHandle.h"
 
 #include "LongPath.h"
+#include "SignalShield.h"
 
 #include <cerrno>
 #include <csignal>
@@ -24,38 +25,6 @@ auto retryInterrupted(Call call)
         result = call();
     return result;
 }
-
-/** Keeps a signal that a failing write sends from the thread, for a scope: a pipe without a reader sends
-    SIGPIPE, a file at the process's limit of sizes SIGXFSZ, and both end the process. */
-class SignalShield {
-public:
-    explicit SignalShield(int signal)
-    {
-        sigset_t pending;
-        sigpending(&pending);
-        // One that waits already is somebody else's: it stays, and a second one merges into it.
-        _ours = sigismember(&pending, signal) == 0;
-        sigemptyset(&_signal);
-        sigaddset(&_signal, signal);
-        pthread_sigmask(SIG_BLOCK, &_signal, &_before);
-    }
-    ~SignalShield()
-    {
-        const int error = errno;
-        const timespec atOnce{};
-        if (_ours)
-            retryInterrupted([&] { return sigtimedwait(&_signal, nullptr, &atOnce); });
-        pthread_sigmask(SIG_SETMASK, &_before, nullptr);
-        errno = error;
-    }
-    SignalShield(const SignalShield&) = delete;
-    SignalShield& operator=(const SignalShield&) = delete;
-
-private:
-    sigset_t _signal;
-    sigset_t _before;
-    bool _ours;
-};
 
 /** Whether the process has a limit for the sizes of its files, which any write may meet. */
 bool hasSizeLimit()
