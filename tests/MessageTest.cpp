@@ -265,7 +265,7 @@ TEST_CASE("a count of elements that cannot be there takes no memory")
         CAPTURE(count);
         InputStream stream(ByteIO::create(bytesOf(count)));
         std::vector<bool> flags;
-        CHECK_THROWS_AS(orvi::message::readMember(stream, flags), Exception);
+        CHECK_THROWS_AS(orvi::messaging::readMember(stream, flags), Exception);
     }
 }
 

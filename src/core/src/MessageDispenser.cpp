@@ -2,7 +2,7 @@
 
 #include <orvi/core/Exception.h>
 
-namespace orvi::message {
+namespace orvi::messaging {
 
 namespace {
 
@@ -29,4 +29,4 @@ void refuseClass(const Message& message, const std::type_info& wanted)
     THROW_EXCEPTION(-1, text);
 }
 
-} // namespace orvi::message
+} // namespace orvi::messaging

@@ -7,7 +7,7 @@
 
 #include <limits>
 
-namespace orvi::message {
+namespace orvi::messaging {
 
 void readMember(InputStream& is, bool& target)
 {
@@ -78,4 +78,4 @@ void writeCount(OutputStream& os, std::size_t count)
     os << Varint(static_cast<int>(count));
 }
 
-} // namespace orvi::message
+} // namespace orvi::messaging

@@ -7,11 +7,11 @@
 
 namespace orvi {
 
-namespace message {
+namespace messaging {
 
 [[noreturn]] ORVI_API void refuseMessage(const Message* message, const std::type_info& result);
 
-} // namespace message
+} // namespace messaging
 
 /** A table of handlers, at most one for a class of messages, which hands a message to that of its exact class.
 
@@ -60,7 +60,7 @@ public:
         const MessageHandler<R>& handler =
             message != nullptr ? getMessageHandler(message->getClassId()) : _nullHandler;
         if (handler.isNull())
-            message::refuseMessage(message, typeid(R));
+            messaging::refuseMessage(message, typeid(R));
         return handler(message);
     }
 

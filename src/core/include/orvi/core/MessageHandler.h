@@ -11,7 +11,7 @@
 namespace orvi {
 
 /** How the handlers of a client become callbacks on a Message; not for callers. */
-namespace message {
+namespace messaging {
 
 /** The result and the parameter of what can be called with one argument. */
 template <class F>
@@ -229,7 +229,7 @@ Callback<R> makeCallback(Object* object, Method method)
     return {};
 }
 
-} // namespace message
+} // namespace messaging
 
 /** A callback and the class of messages that it is for, which is exactly the class of its parameter: a pointer or
     a reference to it, const or not.
@@ -252,13 +252,13 @@ public:
     {}
     template <class F>
     requires(!std::derived_from<F, MessageHandler>) MessageHandler(F function)
-        : _classId(message::HandledBy<F>::Class::getClassId_())
-        , _callback(message::makeCallback<R>(function))
+        : _classId(messaging::HandledBy<F>::Class::getClassId_())
+        , _callback(messaging::makeCallback<R>(function))
     {}
     template <class Object, class Method>
     requires std::is_member_function_pointer_v<Method> MessageHandler(Object* object, Method method)
-        : _classId(message::HandledBy<Method>::Class::getClassId_())
-        , _callback(message::makeCallback<R>(object, method))
+        : _classId(messaging::HandledBy<Method>::Class::getClassId_())
+        , _callback(messaging::makeCallback<R>(object, method))
     {}
 
     unsigned int getClassId() const noexcept { return _classId; }

@@ -28,12 +28,12 @@ public:
     template <class F>
     requires(!std::derived_from<F, MessageParser>) MessageParser(F function)
         : MessageParser(
-              makeParser<typename message::HandledBy<F>::Class>(message::makeCallback<void>(function)))
+              makeParser<typename messaging::HandledBy<F>::Class>(messaging::makeCallback<void>(function)))
     {}
     template <class Object, class Method>
     requires std::is_member_function_pointer_v<Method> MessageParser(Object* object, Method method)
-        : MessageParser(makeParser<typename message::HandledBy<Method>::Class>(
-              message::makeCallback<void>(object, method)))
+        : MessageParser(makeParser<typename messaging::HandledBy<Method>::Class>(
+              messaging::makeCallback<void>(object, method)))
     {}
 
     unsigned int getClassId() const noexcept { return _classId; }
@@ -56,7 +56,7 @@ private:
     static MessageParser makeParser(const Callback& callback)
     {
         static_assert(
-            message::hasCreator<M>(),
+            messaging::hasCreator<M>(),
             "nothing says how to make a message of this class: give it ORVI_DECLARE_MESSAGE(Class, Base), "
             "or a static createMessage_() of its own");
         return MessageParser(M::getClassId_(), &M::createMessage_, callback);

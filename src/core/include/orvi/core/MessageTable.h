@@ -24,7 +24,7 @@ class Message;
 // elements, each of which must take a byte at least.
 
 /** What BodyReader and BodyWriter are made of; not for callers. */
-namespace message {
+namespace messaging {
 
 template <class T>
 concept Streamed = requires(InputStream& is, OutputStream& os, T& target, const T& source)
@@ -185,7 +185,7 @@ private:
     const C& _object;
 };
 
-} // namespace message
+} // namespace messaging
 
 } // namespace orvi
 
@@ -237,19 +237,19 @@ private:                                                                        
 
 /** Completes ORVI_DECLARE_MESSAGE in one source, and begins the list of the members: write its body behind,
     `{}` when there are none. */
-#define ORVI_DEFINE_MESSAGE(Class)                               \
-    ORVI_DEFINE_PROPERTY(Class) { listMembers_(table); }         \
-    void Class::importFrom(::orvi::InputStream& stream)          \
-    {                                                            \
-        PropertyBase_::importFrom(stream);                       \
-        ::orvi::message::BodyReader<Class> table(stream, *this); \
-        listMembers_(table);                                     \
-    }                                                            \
-    void Class::exportTo(::orvi::OutputStream& stream) const     \
-    {                                                            \
-        PropertyBase_::exportTo(stream);                         \
-        ::orvi::message::BodyWriter<Class> table(stream, *this); \
-        listMembers_(table);                                     \
-    }                                                            \
-    template <class Table>                                       \
+#define ORVI_DEFINE_MESSAGE(Class)                                 \
+    ORVI_DEFINE_PROPERTY(Class) { listMembers_(table); }           \
+    void Class::importFrom(::orvi::InputStream& stream)            \
+    {                                                              \
+        PropertyBase_::importFrom(stream);                         \
+        ::orvi::messaging::BodyReader<Class> table(stream, *this); \
+        listMembers_(table);                                       \
+    }                                                              \
+    void Class::exportTo(::orvi::OutputStream& stream) const       \
+    {                                                              \
+        PropertyBase_::exportTo(stream);                           \
+        ::orvi::messaging::BodyWriter<Class> table(stream, *this); \
+        listMembers_(table);                                       \
+    }                                                              \
+    template <class Table>                                         \
     void Class::listMembers_([[maybe_unused]] Table& table)

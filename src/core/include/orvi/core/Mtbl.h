@@ -32,15 +32,15 @@ inline constexpr Mtbl mtblEnd{-1, nullptr, nullptr};
 template <class T>
 constexpr Mtbl mtblRow(std::size_t offset)
 {
-    static_assert(message::checkBodyForm<T>());
+    static_assert(messaging::checkBodyForm<T>());
     return {static_cast<int>(offset),
             [](Void& stream, Void& member) -> Void& {
-                message::readMember(reinterpret_cast<InputStream&>(stream), reinterpret_cast<T&>(member));
+                messaging::readMember(reinterpret_cast<InputStream&>(stream), reinterpret_cast<T&>(member));
                 return stream;
             },
             [](Void& stream, const Void& member) -> Void& {
-                message::writeMember(reinterpret_cast<OutputStream&>(stream),
-                                     reinterpret_cast<const T&>(member));
+                messaging::writeMember(reinterpret_cast<OutputStream&>(stream),
+                                       reinterpret_cast<const T&>(member));
                 return stream;
             }};
 }
