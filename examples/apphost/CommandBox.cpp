@@ -23,7 +23,18 @@ bool CommandBox::init()
 bool CommandBox::dosamething(orvi::AppPipe* pipe, const wchar_t* text)
 {
     _text = text;
-    return AppBox::dosamething(pipe, text);
+    _pipe = pipe;
+    const bool answered = AppBox::dosamething(pipe, text);
+    _pipe = nullptr;
+    return answered;
+}
+
+void CommandBox::onException(unsigned long code)
+{
+    AppBox::onException(code);
+    // What a failed command is followed by here; a fault has left it before that.
+    if (orvi::AppPipe* pipe = std::exchange(_pipe, nullptr))
+        pipe->write(L"$NOTHING");
 }
 
 bool CommandBox::docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc)

@@ -16,6 +16,7 @@ class CommandBox : public orvi::AppBox {
 public:
     bool init() override;
     bool dosamething(orvi::AppPipe* pipe, const wchar_t* text) override;
+    void onException(unsigned long code) override;
     bool docmd(orvi::AppPipe* pipe, wchar_t** argv, int argc) override;
 
 protected:
@@ -27,6 +28,7 @@ protected:
 private:
     CommandTable _commands;
     const wchar_t* _text = nullptr; // under way: docmd itself gets the words alone
+    orvi::AppPipe* _pipe = nullptr; // that it came from
 };
 
 } // namespace apphost

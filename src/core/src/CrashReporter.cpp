@@ -2,6 +2,7 @@
 
 #include <orvi/core/CrashReporter.h>
 
+#include "Immortal.h"
 #include "platform/CrashScene.h"
 #include "platform/DebugModule.h"
 #include "platform/ThreadInfo.h"
@@ -389,7 +390,7 @@ void prepareCrashReports()
 
 void handled_exception_filter(const char* contact)
 {
-    static auto* stack = new platform::FaultStack; // the calling thread's, to the end of the process
+    static Immortal<platform::FaultStack> stack; // the calling thread's, to the end of the process
     static_cast<void>(stack);
     if (contact != nullptr)
         std::snprintf(g_contact, sizeof g_contact, "%s", contact);

@@ -9,6 +9,14 @@
 #include <string>
 #include <string_view>
 
+#if defined(__SANITIZE_THREAD__)
+#define ORVI_THREAD_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ORVI_THREAD_SANITIZER
+#endif
+#endif
+
 namespace orvi::platform {
 namespace {
 
@@ -113,6 +121,10 @@ SourcePlace DebugModule::place(std::uintptr_t address)
 
 void DebugModule::prepareThread()
 {
+#ifdef ORVI_THREAD_SANITIZER
+    // The C library frees what this allocates with a lock that the sanitizer does not see, and it reports a race.
+    return;
+#endif
     const KeptErrno kept;
     if (const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(5))
         prepare();
