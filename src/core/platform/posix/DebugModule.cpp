@@ -121,13 +121,14 @@ SourcePlace DebugModule::place(std::uintptr_t address)
 
 void DebugModule::prepareThread()
 {
-#ifdef ORVI_THREAD_SANITIZER
-    // The C library frees what this allocates with a lock that the sanitizer does not see, and it reports a race.
-    return;
-#endif
     const KeptErrno kept;
-    if (const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(5))
+    const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(5);
+#ifndef ORVI_THREAD_SANITIZER // to which the C library's freeing of what this allocates is a race
+    if (prepare != nullptr)
         prepare();
+#else
+    static_cast<void>(prepare); // the module is loaded
+#endif
 }
 
 bool DebugModule::canReport() { return hasEntryPoint(2) && hasEntryPoint(3) && hasEntryPoint(4); }
