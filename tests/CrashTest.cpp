@@ -45,7 +45,7 @@ public:
             for (std::string& word : words)
                 argv.push_back(word.data());
             argv.push_back(nullptr);
-            setenv("TZ", "UTC0", 1);
+            setenv("TZ", zone, 1);
             if (!libraries.empty())
                 setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
             if (mostFileBytes != 0) {
@@ -95,9 +95,20 @@ public:
     TempDirectory place;
     std::string libraries;    // where to look first
     rlim_t mostFileBytes = 0; // 0: any
+    const char* zone = "UTC0";
     int status = 0;
     std::string said;
 };
+
+/** Of a dump that is made at that time, in seconds since 1970 of a clock in UTC. */
+std::string dumpName(std::time_t second)
+{
+    char name[64];
+    std::tm fields{};
+    gmtime_r(&second, &fields);
+    std::strftime(name, sizeof name, "crash@%Y-%m-%d %H.%M.%S.dmp", &fields);
+    return name;
+}
 
 bool contains(const std::string& text, const std::string& part)
 {
@@ -211,6 +222,19 @@ TEST_CASE("a loop goes on after what happens in a tick, and only the first leave
     }
 }
 
+TEST_CASE("reports are called by the local time")
+{
+    constexpr int threeHours = 3 * 3600;
+    Scene scene;
+    scene.zone = "EAST-3";
+    const std::string earliest = dumpName(std::time(nullptr) + threeHours);
+    scene.run({"asked"});
+    const std::string latest = dumpName(std::time(nullptr) + threeHours);
+    const std::string name = scene.files(".dmp")[0].filename().string();
+    CHECK(earliest <= name);
+    CHECK(name <= latest);
+}
+
 TEST_CASE("a report can be asked for, once")
 {
     Scene scene;
@@ -260,13 +284,8 @@ TEST_CASE("where no file can be made there is no report, and the end is the same
 {
     Scene scene;
     const std::time_t now = std::time(nullptr);
-    for (std::time_t second = now; second < now + 60; ++second) {
-        char name[64];
-        std::tm fields{};
-        gmtime_r(&second, &fields);
-        std::strftime(name, sizeof name, "crash@%Y-%m-%d %H.%M.%S.dmp", &fields);
-        std::ofstream(scene.place.path() / name) << "taken";
-    }
+    for (std::time_t second = now; second < now + 60; ++second)
+        std::ofstream(scene.place.path() / dumpName(second)) << "taken";
     scene.run({"division"});
     CHECK(scene.signal() == SIGFPE);
     CHECK(scene.files(".log").empty());

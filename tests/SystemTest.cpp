@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <stdexcept>
 #include <thread>
@@ -325,6 +326,15 @@ TEST_CASE("the loop goes on after a fault in a tick, and so do its tasks")
     system->runHere();
     CHECK(system->codes == std::vector<unsigned long>{0xC000001D, 0xC000001D});
     CHECK(behind->ticks.size() == faulty->ticks.size() - 2);
+}
+
+TEST_CASE("a loop does not settle the time zone of the process")
+{
+    setenv("TZ", "Etc/GMT+5", 1);
+    const auto system = TestSystem::createInstance();
+    system->runHere();
+    CHECK(orvi::getTimeBias() == 0); // until the program itself asks for it
+    unsetenv("TZ");
 }
 
 TEST_CASE("posted closures run once each, in order, on the run thread, before any pass")

@@ -3,6 +3,7 @@
 #include "Daemon.h"
 #include "Talk.h"
 
+#include <orvi/core/Directory.h>
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
 #include <orvi/core/Service.h>
@@ -12,9 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include <linux/limits.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using orvi::Handle_T;
 using orvi::String;
@@ -72,15 +71,11 @@ bool isServiceName(std::string_view name)
 
 int installService(const std::string& name)
 {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (length < 0)
-        return failed;
-    const std::string commandLine =
-        "\"" + std::string(path, static_cast<std::size_t>(length)) + "\" socket=/run/" + name + ".sock";
+    const String commandLine =
+        L"\"" + orvi::getAppName() + L"\" socket=/run/" + StringHelper::utf8ToWide(name.c_str()) + L".sock";
     const bool installed =
         orvi::serviceInstall(1, StringHelper::utf8ToWide(name.c_str()), L"Counter, time and uuids",
-                             StringHelper::utf8ToWide(commandLine.c_str()), nullptr, nullptr) == 1;
+                             commandLine, nullptr, nullptr) == 1;
     return installed ? fine : failed;
 }
 

@@ -84,8 +84,6 @@ private:
     bool _isLocked = false;
 };
 
-const char* nullIfEmpty(const char* text) { return *text == '\0' ? nullptr : text; }
-
 } // namespace
 
 void orvi_debug_prepare_thread() { touchThreadData(); }

@@ -12,6 +12,9 @@ struct SourcePlace {
     int line;
 };
 
+/** As the parts of a place leave the module. */
+inline const char* nullIfEmpty(const char* text) { return *text == '\0' ? nullptr : text; }
+
 /** Looks up the instruction that holds the byte at `address`. Of several functions that were inlined into one
     another, the innermost counts. */
 void findSourcePlace(Dwfl* dwfl, std::uintptr_t address, SourcePlace& place);

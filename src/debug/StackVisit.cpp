@@ -15,8 +15,6 @@ constinit SourcePlace shownPlace{}; // not on the stack: a signal handler's may 
 
 using ShowValue = void (*)(void* context, const char* name, const char* value);
 
-const char* nullIfEmpty(const char* text) { return *text == '\0' ? nullptr : text; }
-
 bool isParameter(Dwarf_Die& entry) { return dwarf_tag(&entry) == DW_TAG_formal_parameter; }
 
 bool isParameterPack(Dwarf_Die& entry) { return dwarf_tag(&entry) == DW_TAG_GNU_formal_parameter_pack; }

@@ -22,18 +22,9 @@ struct SystemVersion {
 };
 SystemVersion systemVersion();
 
-struct LocalTime {
-    int year;
-    int month; // 1 to 12
-    int day;
-    int hour;
-    int minute;
-    int second;
-};
-/** The time by the clock that rememberTimeZone has asked for; by UTC before. */
-LocalTime localTime();
-/** Remembers how far local time is from UTC, since asking takes a lock. Not for signal handlers. */
-void rememberTimeZone();
+/** How far local time is from UTC now, in seconds east. Asks the C library in a child, since that takes locks and memory
+    and would settle the zone that getTimeBias tells. False when no answer came in time. */
+bool findSecondsEast(long& seconds, unsigned int mostMillis);
 
 struct RegisterValues {
     std::uint64_t ax, bx, cx, dx, si, di, ip, sp, bp, flags;

@@ -2,6 +2,8 @@
 
 #include <orvi/core/CrashReporter.h>
 
+#include <orvi/core/Time.h>
+
 #include "Immortal.h"
 #include "platform/CrashScene.h"
 #include "platform/DebugModule.h"
@@ -250,7 +252,7 @@ void writeAddresses(int file, const platform::Fault& fault)
 /** A name beside the program that is free, and now taken by an empty file. */
 class ReportFile {
 public:
-    explicit ReportFile(const char* extension) noexcept
+    ReportFile(const char* extension, long secondsEast) noexcept
     {
         static char program[pathSize];
         platform::readProgramPath(program, sizeof program);
@@ -258,7 +260,7 @@ public:
         *(slash != nullptr ? slash + 1 : program) = 0;
         constexpr int tries = 3;
         for (int i = 0; i < tries && !exists(); ++i)
-            reserve(program, extension);
+            reserve(program, extension, secondsEast);
     }
 
     bool exists() const { return path[0] != 0; }
@@ -267,12 +269,12 @@ public:
     char path[pathSize] = {};
 
 private:
-    void reserve(const char* directory, const char* extension)
+    void reserve(const char* directory, const char* extension, long secondsEast)
     {
-        const platform::LocalTime time = platform::localTime();
-        const int size =
-            std::snprintf(path, sizeof path, "%s%s%04d-%02d-%02d %02d.%02d.%02d.%s", directory, "crash@",
-                          time.year, time.month, time.day, time.hour, time.minute, time.second, extension);
+        const std::tm now = gmtime(time(nullptr) + secondsEast);
+        const int size = std::snprintf(path, sizeof path, "%s%s%04d-%02d-%02d %02d.%02d.%02d.%s", directory,
+                                       "crash@", now.tm_year, now.tm_mon, now.tm_mday, now.tm_hour,
+                                       now.tm_min, now.tm_sec, extension);
         const int file =
             size > 0 && size < static_cast<int>(sizeof path) ? platform::createFile(path) : platform::noFile;
         if (file == platform::noFile)
@@ -326,10 +328,13 @@ struct ReportWork {
 void makeReport(void* argument)
 {
     const auto& work = *static_cast<const ReportWork*>(argument);
-    static ReportFile dump("dmp"); // not on the stack, which may be small
+    constexpr unsigned int mostMillisForZone = 500;
+    long secondsEast = -getTimeBias(); // without summer time
+    platform::findSecondsEast(secondsEast, mostMillisForZone);
+    static ReportFile dump("dmp", secondsEast); // not on the stack, which may be small
     if (!dump.exists())
         return;
-    static ReportFile text("log");
+    static ReportFile text("log", secondsEast);
     if (!text.exists() || !platform::DebugModule::canReport())
         return;
     writeReport(text.path, dump.path, work.fault, work.isOnCaller);
@@ -379,12 +384,7 @@ long crash_exception_filter(const platform::Fault* fault)
 
 void prepareCrashReports()
 {
-    static const bool isGuarded = [] {
-        platform::rememberTimeZone();
-        platform::guardFaults(filter);
-        return true;
-    }();
-    static_cast<void>(isGuarded);
+    platform::guardFaults(filter);
     platform::DebugModule::prepareThread();
 }
 

@@ -1,8 +1,8 @@
 #include "../CrashScene.h"
 
+#include "GuardRecord.h"
 #include "SignalShield.h"
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/uio.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -18,8 +19,6 @@
 
 namespace orvi::platform {
 namespace {
-
-std::atomic<long> g_secondsEast = 0;
 
 /** The beginning of a file of the system, with a NUL behind it; gives its size. */
 std::size_t readBeginning(const char* path, char* target, std::size_t size)
@@ -38,21 +37,6 @@ std::size_t readBeginning(const char* path, char* target, std::size_t size)
         close(file);
     target[count] = 0;
     return count;
-}
-
-/** The civil date of a day, counted from 1970-01-01: years begin in March here, so that a leap day is the last. */
-void setDate(LocalTime& time, long day)
-{
-    constexpr long daysOfEra = 146097; // 400 years
-    const long shifted = day + 719468; // from 0000-03-01 on
-    const long era = (shifted >= 0 ? shifted : shifted - daysOfEra + 1) / daysOfEra;
-    const long dayOfEra = shifted - era * daysOfEra;
-    const long yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const long dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const long month = (5 * dayOfYear + 2) / 153;
-    time.day = static_cast<int>(dayOfYear - (153 * month + 2) / 5 + 1);
-    time.month = static_cast<int>(month < 10 ? month + 3 : month - 9);
-    time.year = static_cast<int>(yearOfEra + era * 400 + (time.month <= 2 ? 1 : 0));
 }
 
 } // namespace
@@ -95,28 +79,23 @@ SystemVersion systemVersion()
     return version;
 }
 
-void rememberTimeZone()
+bool findSecondsEast(long& seconds, unsigned int mostMillis)
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    if (localtime_r(&now, &local) != nullptr)
-        g_secondsEast = local.tm_gmtoff;
-}
-
-LocalTime localTime()
-{
-    constexpr long secondsOfDay = 86400;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const long seconds = now.tv_sec + g_secondsEast;
-    const long day = seconds >= 0 ? seconds / secondsOfDay : -((secondsOfDay - 1 - seconds) / secondsOfDay);
-    const int second = static_cast<int>(seconds - day * secondsOfDay);
-    LocalTime time{};
-    setDate(time, day);
-    time.hour = second / 3600;
-    time.minute = second / 60 % 60;
-    time.second = second % 60;
-    return time;
+    void* shared = mmap(nullptr, sizeof seconds, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED)
+        return false;
+    const auto ask = [](void* answer) {
+        const std::time_t now = std::time(nullptr);
+        std::tm local{};
+        if (localtime_r(&now, &local) == nullptr)
+            _exit(1);
+        *static_cast<long*>(answer) = local.tm_gmtoff;
+    };
+    const bool isKnown = runInChild(ask, shared, mostMillis);
+    if (isKnown)
+        seconds = *static_cast<const long*>(shared);
+    munmap(shared, sizeof seconds);
+    return isKnown;
 }
 
 RegisterValues registerValues(const void* registers)
@@ -208,7 +187,7 @@ bool runInChild(void (*work)(void*), void* argument, unsigned int mostMillis)
     // Not fork: that waits for the locks of the heap, which may be this very thread's.
     const pid_t child = _Fork();
     if (child == 0) {
-        for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
+        for (const int signal : handledSignals)
             ::signal(signal, SIG_DFL);
         work(argument);
         _exit(0);

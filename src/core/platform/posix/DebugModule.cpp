@@ -22,6 +22,8 @@ namespace {
 
 constexpr char moduleFileName[] = "liborvi_debug.so";
 
+enum EntryPoint : std::size_t { Walk, Place, VisitStack, VisitModules, WriteDump, PrepareThread };
+
 struct Binding {
     void* library;
     void* entryPoints[std::size(DebugModule::entryPointNames)];
@@ -104,14 +106,14 @@ bool DebugModule::hasEntryPoint(std::size_t index)
 [[gnu::noinline]] std::size_t DebugModule::walk(std::uintptr_t* addresses, std::size_t capacity)
 {
     const KeptErrno kept;
-    const auto walkFrom = entryPoint<decltype(&orvi_debug_walk)>(0);
+    const auto walkFrom = entryPoint<decltype(&orvi_debug_walk)>(Walk);
     return walkFrom == nullptr ? 0 : walkFrom(__builtin_frame_address(0), addresses, capacity);
 }
 
 SourcePlace DebugModule::place(std::uintptr_t address)
 {
     const KeptErrno kept;
-    const auto find = entryPoint<decltype(&orvi_debug_place)>(1);
+    const auto find = entryPoint<decltype(&orvi_debug_place)>(Place);
     if (find == nullptr)
         return {};
     OrviDebugPlace place;
@@ -122,7 +124,7 @@ SourcePlace DebugModule::place(std::uintptr_t address)
 void DebugModule::prepareThread()
 {
     const KeptErrno kept;
-    const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(5);
+    const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(PrepareThread);
 #ifndef ORVI_THREAD_SANITIZER // to which the C library's freeing of what this allocates is a race
     if (prepare != nullptr)
         prepare();
@@ -131,11 +133,14 @@ void DebugModule::prepareThread()
 #endif
 }
 
-bool DebugModule::canReport() { return hasEntryPoint(2) && hasEntryPoint(3) && hasEntryPoint(4); }
+bool DebugModule::canReport()
+{
+    return hasEntryPoint(VisitStack) && hasEntryPoint(VisitModules) && hasEntryPoint(WriteDump);
+}
 
 void DebugModule::visitStack(const void* registers, std::size_t maxFrames, StackVisitor& visitor)
 {
-    const auto visit = entryPoint<decltype(&orvi_debug_visit_stack)>(2);
+    const auto visit = entryPoint<decltype(&orvi_debug_visit_stack)>(VisitStack);
     if (visit == nullptr)
         return;
     const OrviDebugStackVisitor calls{
@@ -160,7 +165,7 @@ void DebugModule::visitModules(void (*visit)(void* context, const LoadedModule& 
         void (*visit)(void* context, const LoadedModule& module);
         void* context;
     } target{visit, context};
-    if (const auto list = entryPoint<decltype(&orvi_debug_visit_modules)>(3)) {
+    if (const auto list = entryPoint<decltype(&orvi_debug_visit_modules)>(VisitModules)) {
         list(
             [](void* receiver, const OrviDebugModule* module) {
                 const auto& to = *static_cast<const Target*>(receiver);
@@ -176,7 +181,7 @@ void DebugModule::visitModules(void (*visit)(void* context, const LoadedModule& 
 
 bool DebugModule::writeDump(int file, const Fault* fault)
 {
-    const auto write = entryPoint<decltype(&orvi_debug_write_dump)>(4);
+    const auto write = entryPoint<decltype(&orvi_debug_write_dump)>(WriteDump);
     if (write == nullptr)
         return false;
     if (fault == nullptr)

@@ -17,8 +17,6 @@ extern "C" [[gnu::visibility("hidden")]] void orvi_guard_landing();
 namespace orvi::platform {
 namespace {
 
-constexpr int faultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
-
 std::atomic<FaultFilter> g_filter = nullptr;
 std::atomic<bool> g_isUnguardedFiltered = false;
 struct sigaction g_previous[NSIG];
@@ -154,7 +152,7 @@ bool isOurs(const struct sigaction& action)
 /** The library goes: at dlclose, or behind the last destructor of the program. */
 [[gnu::destructor]] void giveSignalsBack()
 {
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+    for (const int signal : handledSignals) {
         struct sigaction present {};
         if (sigaction(signal, nullptr, &present) == 0 && isOurs(present))
             sigaction(signal, &g_previous[signal], nullptr);
@@ -218,8 +216,10 @@ void guardFaults(FaultFilter filter)
     static constinit std::once_flag once;
     g_filter = filter;
     std::call_once(once, [] {
-        for (const int signal : faultSignals)
-            install(signal, onFault);
+        for (const int signal : handledSignals) {
+            if (signal != SIGABRT)
+                install(signal, onFault);
+        }
     });
 }
 

@@ -1,7 +1,12 @@
 #pragma once
 #include "../FaultGuard.h"
 
+#include <csignal>
+
 namespace orvi::platform {
+
+/** The faults of the hardware, and abort. */
+inline constexpr int handledSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 
 /** A guard that is under way, on its thread's chain of them. */
 struct GuardRecord {
