@@ -174,7 +174,7 @@ TEST_CASE("variables are shown from the outer blocks to the inner ones, and none
         {"veryLong", '"' + std::string(200, 'x') + "\"..."},
         {"pointerToPointerToNumber", "0x00000000"},
         {"member", "0x00000004"},
-        {"precise", "(long double) " + at(places.precise)},
+        {"precise", "-1.250000"},
         {"inner", "-1"},
         {"elsewhere", "(none)"},
     };

@@ -213,6 +213,22 @@ void writeFourBytes(Dwarf_Word encoding, const Operand& place, TextBuffer& text)
         writeNumber<unsigned>(place, text, [](TextBuffer& to, unsigned v) { to.format("%x", v); });
 }
 
+/** There are two of 16 bytes: that of the processor, and __float128. */
+bool isLongDouble(Type& type)
+{
+    const char* name = dwarf_diename(&type.die);
+    return type.encoding() == DW_ATE_float && name != nullptr && std::strcmp(name, "long double") == 0;
+}
+
+void writeLongDouble(std::uint64_t address, TextBuffer& text)
+{
+    long double value = 0;
+    if (readMemory(address, &value, sizeof value))
+        text.format("%Lf", value);
+    else
+        text.append(unreadable);
+}
+
 void writeBaseValue(Type& type, const Operand& place, TextBuffer& text)
 {
     const Dwarf_Word encoding = type.encoding();
@@ -231,6 +247,8 @@ void writeBaseValue(Type& type, const Operand& place, TextBuffer& text)
         return writeNumber<unsigned long long>(
             place, text, [](TextBuffer& to, unsigned long long v) { to.format("%llX", v); });
     default:
+        if (place.kind == Operand::Kind::Address && isLongDouble(type))
+            return writeLongDouble(place.number, text);
         return writeObject(type, place, text);
     }
 }

@@ -48,14 +48,13 @@ void variables(Stop stop)
     Plain* pointerToPlain = &plain;
     int** pointerToPointerToNumber = nullptr;
     int Point::*member = &Point::y;
-    long double precise = 1;
+    long double precise = -1.25L;
     {
         int inner = -1;
         places.point = &point;
         places.pointerToPointer = &pointerToPointer;
         places.numbers = &numbers;
         places.choice = &choice;
-        places.precise = &precise;
         stop();
         inner += counter;
     }

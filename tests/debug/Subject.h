@@ -15,7 +15,6 @@ struct Places {
     const void* pointerToPointer;
     const void* numbers;
     const void* choice;
-    const void* precise;
     const void* object;
 };
 extern Places places;
