@@ -3,7 +3,9 @@
 #include "SourcePlace.h"
 #include "StackVisit.h"
 #include "StackWalk.h"
+#include <clocale>
 #include <ctime>
+#include <ctype.h>
 #include <mutex>
 
 namespace {
@@ -20,10 +22,20 @@ struct ThreadData {
 };
 thread_local constinit ThreadData threadData{};
 
+/** Threads that the module's own C library has not made lack its tables of character classes, which printf reads for a
+    floating-point number. Only the calls that choose a locale set them. Where the C library is the program's, the
+    tables are there, and the thread's locale stays. */
+void setUpCharacterClasses()
+{
+    if (*__ctype_b_loc() == nullptr)
+        uselocale(LC_GLOBAL_LOCALE);
+}
+
 /** The first touch of a thread's data takes memory from the program's heap, which may be damaged later, or locked for
     good. */
 void touchThreadData()
 {
+    setUpCharacterClasses();
     const volatile bool isInside = threadData.isInside;
     static_cast<void>(isInside);
     elf_errno();
