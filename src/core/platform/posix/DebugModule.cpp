@@ -4,9 +4,11 @@
 
 #include "../../../debug/DebugApi.h"
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <mutex>
-#include <string>
 #include <string_view>
 
 #if defined(__SANITIZE_THREAD__)
@@ -20,8 +22,6 @@
 namespace orvi::platform {
 namespace {
 
-constexpr char moduleFileName[] = "liborvi_debug.so";
-
 enum EntryPoint : std::size_t { Walk, Place, VisitStack, VisitModules, WriteDump, PrepareThread };
 
 struct Binding {
@@ -32,32 +32,44 @@ struct Binding {
 constinit std::once_flag loadedOnce;
 constinit Binding binding{};
 
-// Where this library lies, with the slash at the end; empty when the loader found it without a path.
-std::string ownDirectory()
+char ownPath[PATH_MAX]; // of this library; empty when it is not known
+
+// Ahead of whatever may ask for the module. A relative name counts from where the loader stood: the program may leave
+// that place later.
+[[gnu::constructor(101)]] void findOwnPath()
 {
     Dl_info library;
     if (dladdr(&binding, &library) == 0 || library.dli_fname == nullptr)
-        return {};
-    const std::string_view path(library.dli_fname);
-    return std::string(path.substr(0, path.rfind('/') + 1));
+        return;
+    const std::size_t size = std::strlen(library.dli_fname);
+    if (*library.dli_fname == '/' && size < sizeof ownPath)
+        std::memcpy(ownPath, library.dli_fname, size + 1);
+    else if (realpath(library.dli_fname, ownPath) == nullptr)
+        *ownPath = 0;
 }
 
 // A namespace of its own gives the module a heap of its own: it works on when the program's heap is damaged,
 // or locked by the very thread that asks. Seen to work under the address and thread sanitizers of both
 // compilers (two C libraries in the maps, 4 threads at once, no report).
-void* load(const std::string& path)
+void* load(const char* path)
 {
     constexpr int flags = RTLD_NOW | RTLD_LOCAL;
-    if (void* library = dlmopen(LM_ID_NEWLM, path.c_str(), flags))
+    if (void* library = dlmopen(LM_ID_NEWLM, path, flags))
         return library;
-    return dlopen(path.c_str(), flags); // static TLS is short: some 11 C libraries fit
+    return dlopen(path, flags); // static TLS is short: some 11 C libraries fit
 }
 
+// Only from beside this library: the loader searches for a name without a path wherever the environment says.
 void bind()
 {
-    binding.library = load(ownDirectory() + moduleFileName);
-    if (binding.library == nullptr)
-        binding.library = load(moduleFileName);
+    constexpr char fileName[] = "liborvi_debug.so";
+    char path[PATH_MAX];
+    const auto directory = std::string_view(ownPath).substr(0, std::string_view(ownPath).rfind('/') + 1);
+    if (directory.empty() || directory.size() + sizeof fileName > sizeof path)
+        return;
+    std::memcpy(path, directory.data(), directory.size());
+    std::memcpy(path + directory.size(), fileName, sizeof fileName);
+    binding.library = load(path);
     if (binding.library == nullptr)
         return;
     for (std::size_t index = 0; index < std::size(binding.entryPoints); ++index)
