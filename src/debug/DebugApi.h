@@ -11,15 +11,20 @@
 extern "C" {
 #endif
 
-/** The texts belong to the module and live until the calling thread's next question. Null or 0: not known. */
+/** Room for texts, which are cut where it ends. Empty or 0: not known. */
 struct OrviDebugPlace {
-    const char* function; /* demangled */
-    const char* file;     /* as the compiler recorded it */
+    char* function; /* demangled */
+    size_t functionSize;
+    char* file; /* as the compiler recorded it */
+    size_t fileSize;
     int line;
 };
 
-/** Gets ready what the calling thread needs in here, so that later calls take no memory from the program's heap. */
-__attribute__((visibility("default"))) void orvi_debug_prepare_thread(void);
+/** Gets ready what the calling thread needs in here, so that later calls take no memory from the program's heap, which
+    `allocate` and `free` stand for. Gives 1, or 0 when that has none left: nothing in here may be called on this thread
+    then, but in a child of the process. */
+__attribute__((visibility("default"))) int orvi_debug_prepare_thread(void* (*allocate)(size_t size),
+                                                                     void (*free)(void* block));
 
 /** Stores the return addresses of the calling thread's stack, innermost first, beginning with that of the
     function whose frame address is `frame`; gives their number, at most `capacity`. */

@@ -49,7 +49,7 @@ struct Page {
 // Not on the stack: a signal handler's may be small.
 constinit Page pages[8]{};
 constinit std::size_t pageCount = 0; // read so far, the last of them are there
-thread_local constinit bool isRemembering = false;
+[[gnu::tls_model("initial-exec")]] thread_local constinit bool isRemembering = false;
 
 const Page* findPage(std::uintptr_t address)
 {

@@ -4,11 +4,10 @@
 
 namespace orvi::platform {
 
-/** Where an address of this process comes from. The texts belong to the debug module and live until the
-    calling thread's next question. Null or 0: not known. */
+/** Where an address of this process comes from, each text cut where its room ends. Empty or 0: not known. */
 struct SourcePlace {
-    const char* function; // demangled
-    const char* file;
+    char function[2048]; // demangled
+    char file[4096];
     int line;
 };
 
@@ -59,20 +58,21 @@ public:
     static bool hasEntryPoint(std::size_t index);
 
     /** Stores the return addresses of the calling thread's stack, innermost first, beginning with this
-        function's own; gives their number, at most `capacity`. 0 without the module.
+        function's own; gives their number, at most `capacity`. 0 without the module or memory.
 
         A signal handler's list goes on into the code that it interrupted, which is given by its next
-        instruction plus 1: `place` is right for it, too. */
+        instruction plus 1: `findPlace` is right for it, too. */
     static std::size_t walk(std::uintptr_t* addresses, std::size_t capacity);
 
-    /** Where the call that returns to `address` stands. */
-    static SourcePlace place(std::uintptr_t address);
+    /** Tells where the call that returns to `address` stands. */
+    static void findPlace(std::uintptr_t address, SourcePlace& place);
 
     // For reports on a fault, also where the program's heap is damaged or locked, if the module was loaded and the thread
     // got ready before.
 
-    /** Loads the module, and gets the calling thread ready to be one with a fault. */
-    static void prepareThread();
+    /** Loads the module, and gets the calling thread ready to be one with a fault. False without the module, and where
+        memory is short; a report on this thread may then lack its names. */
+    static bool prepareThread();
     /** Whether the module has all that a report needs. */
     static bool canReport();
     /** Walks the calling thread's stack from the registers on, a ucontext_t. */

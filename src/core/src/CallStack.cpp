@@ -122,22 +122,25 @@ void CallStack::dump(Callback& callback) const
 {
     DebugHelper::getDebugHelper();
     callback.report("Call Stack:");
+    platform::SourcePlace place;
     const Block* block = &_first;
     for (unsigned int i = 0; i < _count; ++i) {
         if (i > 0 && i % blockSize == 0)
             block = block->next;
         const unsigned long address = block->frames[i % blockSize];
-        const platform::SourcePlace place = platform::DebugModule::place(address);
-        if (place.file != nullptr && isCaptureFrame(place.file))
+        platform::DebugModule::findPlace(address, place);
+        if (isCaptureFrame(place.file))
             continue;
-        const char* function = place.function != nullptr ? place.function : "(Function name unavailable)";
+        const char* function = place.function[0] != 0 ? place.function : "(Function name unavailable)";
         char line[lineCapacity];
-        if (place.file != nullptr && place.line > 0)
-            std::snprintf(line, sizeof line, "    %s (%d): %s", place.file, place.line, function);
+        int size = 0; // of the whole text; what does not fit is cut
+        if (place.file[0] != 0 && place.line > 0)
+            size = std::snprintf(line, sizeof line, "    %s (%d): %s", place.file, place.line, function);
         else
-            std::snprintf(line, sizeof line, "    0x%.8lX (File and line number not available): %s", address,
-                          function);
-        callback.report(line);
+            size = std::snprintf(line, sizeof line, "    0x%.8lX (File and line number not available): %s",
+                                 address, function);
+        if (size > 0)
+            callback.report(line);
     }
 }
 

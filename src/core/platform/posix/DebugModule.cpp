@@ -119,29 +119,31 @@ bool DebugModule::hasEntryPoint(std::size_t index)
 {
     const KeptErrno kept;
     const auto walkFrom = entryPoint<decltype(&orvi_debug_walk)>(Walk);
-    return walkFrom == nullptr ? 0 : walkFrom(__builtin_frame_address(0), addresses, capacity);
+    return walkFrom == nullptr || !prepareThread()
+               ? 0
+               : walkFrom(__builtin_frame_address(0), addresses, capacity);
 }
 
-SourcePlace DebugModule::place(std::uintptr_t address)
+void DebugModule::findPlace(std::uintptr_t address, SourcePlace& place)
 {
     const KeptErrno kept;
+    OrviDebugPlace found{place.function, sizeof place.function, place.file, sizeof place.file, 0};
+    place.function[0] = 0;
+    place.file[0] = 0;
     const auto find = entryPoint<decltype(&orvi_debug_place)>(Place);
-    if (find == nullptr)
-        return {};
-    OrviDebugPlace place;
-    find(address, &place);
-    return {place.function, place.file, place.line};
+    if (find != nullptr && prepareThread())
+        find(address, &found);
+    place.line = found.line;
 }
 
-void DebugModule::prepareThread()
+bool DebugModule::prepareThread()
 {
     const KeptErrno kept;
     const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(PrepareThread);
 #ifndef ORVI_THREAD_SANITIZER // to which the C library's freeing of what this allocates is a race
-    if (prepare != nullptr)
-        prepare();
+    return prepare != nullptr && prepare(std::malloc, std::free) != 0;
 #else
-    static_cast<void>(prepare); // the module is loaded
+    return prepare != nullptr; // the module is loaded
 #endif
 }
 
