@@ -154,7 +154,7 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
          {"#1  0x00000000 in (unknown function)\n#2  0x", "callNoFunction (depth=1)"}},
         {"illegal", SIGILL, "ILLEGAL_INSTRUCTION", {"#1  0x", "runIllegalInstruction ("}},
         {"noexcept", SIGABRT, "UNKNOWN_ERROR", {"#1  0x", "throwFromNoexcept ("}},
-        {"many", SIGSEGV, "ACCESS_VIOLATION", {"#1  0x", "writeNowhere (depth="}},
+        {"many", SIGSEGV, "ACCESS_VIOLATION", {"#1  0x", "writeNowhere (depth=", " distance = 1.25"}},
     };
     for (const auto& row : rows) {
         CAPTURE(row.way);
@@ -186,16 +186,33 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
     }
 }
 
-TEST_CASE("a report shows parameters and variables with their values")
+TEST_CASE("a report shows values of every kind, whatever thread has the fault")
+{
+    for (const char* where : {"--here", "--thread", "--loop", "--loop-thread"}) {
+        CAPTURE(where);
+        Scene scene;
+        scene.run({where, "values"});
+        const std::string report = scene.report();
+        CAPTURE(report);
+        CHECK(isInOrder(
+            report, {"\nStacktrace:\n#1  0x",
+                     "carryCargo (hasSail=1, deck=64, below=fe, barrels=c8, oars=fffd, ropes=ea60, depth=1, "
+                     "coins=ee6b2800, miles=FFFFFFFFFFFFFFFB, stars=ABCDEF0123456789, draught=1.500000, "
+                     "speed=-2.250000, bearing=359.500000, mark=4d, sign=53, wind=-8, ship=(",
+                     "::Ship *) 0x", ", name=0x", " \"Argo\", wideName=0x", ", nothing=0x00000000, next=0x",
+                     ", fleet=(", "::Ship **) 0x", ") at ", "\n        label = \"wine \\\"red\\\"\"\n",
+                     "        weights = (int[3]) 0x", "        lengths = (double[2]) 0x",
+                     "        measure = (", "\n#2  0x", "showValues (depth=1) at "}));
+        CHECK(contains(contentOf(scene.files(".dmp")[0]).substr(0, 4), "MDMP"));
+    }
+}
+
+TEST_CASE("a full stack is reported on threads that are ready for it")
 {
     Scene scene;
-    scene.run({"null"});
-    const std::string report = scene.report();
-    CAPTURE(report);
-    CHECK(isInOrder(report, {"writeNowhere (depth=1) at ", "        ship = (", "::Ship) 0x",
-                             "\n        harbour = 0x", " \"Iolkos\"\n#2  0x"}));
-    CHECK(contains(report, "main (argc=2, argv="));
-    CHECK(contains(contentOf(scene.files(".dmp")[0]).substr(0, 4), "MDMP"));
+    scene.run({"--thread", "overflow"});
+    CHECK(scene.signal() == SIGSEGV);
+    CHECK(isInOrder(scene.report(), {"Exception: STACK_OVERFLOW\n", "#1  0x", "sink (depth="}));
 }
 
 TEST_CASE("a loop goes on after what happens in a tick, and only the first leaves a report")
@@ -246,13 +263,18 @@ TEST_CASE("a report can be asked for, once")
     CHECK(contentOf(scene.files(".dmp")[0]).starts_with("MDMP"));
 }
 
-TEST_CASE("without the debug module two empty files stay, and nothing is said")
+TEST_CASE("without the debug module beside the library two empty files stay, and nothing is said")
 {
     Scene scene;
-    scene.libraries = scene.place.path().string();
+    const fs::path elsewhere = scene.place.path() / "elsewhere"; // where it is not to be looked for
+    fs::create_directory(elsewhere);
+    scene.libraries = scene.place.path().string() + ':' + elsewhere.string();
     for (const auto& entry : fs::directory_iterator(fs::path(ORVI_CORE).parent_path())) {
-        if (entry.path().filename().string().starts_with("liborvi_core.so"))
-            fs::copy_file(entry.path(), scene.place.path() / entry.path().filename());
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with("liborvi_core.so"))
+            fs::copy_file(entry.path(), scene.place.path() / name);
+        else if (name == "liborvi_debug.so")
+            fs::copy_file(entry.path(), elsewhere / name);
     }
     scene.run({"null"});
     CHECK(scene.signal() == SIGSEGV);

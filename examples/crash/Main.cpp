@@ -2,8 +2,10 @@
 
 #include <orvi/core/Core.h>
 
+#include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
+#include <thread>
 
 // Ends in a way of your choice, so that you can see what a report on it looks like.
 
@@ -37,12 +39,63 @@ private:
     int _crashes = 0;
 };
 
+void crashHere(const Way& way) { way.go(1); }
+
+void crashOnThread(const Way& way)
+{
+    std::thread([&] {
+        const orvi::CrashReportScope reports; // without it a full stack would leave none
+        way.go(1);
+    }).join();
+}
+
+void crashInLoop(const Way& way)
+{
+    const orvi::Handle_T<orvi::System> sea = new Sea(way);
+    sea->load();
+    sea->start();
+    sea->unload();
+}
+
+void crashInLoopOnThread(const Way& way)
+{
+    const auto thread = orvi::Thread::createInstance();
+    const orvi::Handle_T<orvi::System> sea = new Sea(way);
+    if (!thread->start(sea))
+        return;
+    while (thread->getSystem() != nullptr)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+struct Place {
+    std::string_view option;
+    const char* description;
+    void (*crash)(const Way& way);
+};
+
+constexpr Place places[] = {
+    {"--here", "in main, as without an option", crashHere},
+    {"--thread", "on a thread of the program's own", crashOnThread},
+    {"--loop", "in the loop of a system, which goes on where it can", crashInLoop},
+    {"--loop-thread", "the same, with the loop on a thread of its own", crashInLoopOnThread},
+};
+
+const Place* findPlace(std::string_view option)
+{
+    for (const Place& place : places) {
+        if (place.option == option)
+            return &place;
+    }
+    return nullptr;
+}
+
 int usage()
 {
-    std::printf(
-        "usage: crash [--loop] WAY\n"
-        "Ends in a way of your choice; with --loop, in the loop of a system, which goes on where it can.\n"
-        "The report lies beside the program. Ways:\n");
+    std::printf("usage: crash [PLACE] WAY\n"
+                "Ends in a way of your choice. The report lies beside the program. Places:\n");
+    for (const Place& place : places)
+        std::printf("  %-14s %s\n", place.option.data(), place.description);
+    std::printf("Ways:\n");
     printWays();
     return 64;
 }
@@ -51,18 +104,13 @@ int usage()
 
 int main(int argc, char** argv)
 {
-    const bool inLoop = argc == 3 && std::strcmp(argv[1], "--loop") == 0;
-    const Way* way = argc == 2 || inLoop ? findWay(argv[argc - 1]) : nullptr;
-    if (way == nullptr)
+    if (argc != 2 && argc != 3)
+        return usage();
+    const Place* place = findPlace(argc == 3 ? argv[1] : "--here");
+    const Way* way = findWay(argv[argc - 1]);
+    if (place == nullptr || way == nullptr)
         return usage();
     orvi::handled_exception_filter("the captain");
-    if (inLoop) {
-        const orvi::Handle_T<orvi::System> sea = new Sea(*way);
-        sea->load();
-        sea->start();
-        sea->unload();
-    } else {
-        way->go(1);
-    }
+    place->crash(*way);
     return 0;
 }

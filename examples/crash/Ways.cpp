@@ -30,8 +30,37 @@ void writeNowhere(int depth)
 {
     Ship ship{"Argo", depth * 10, 7.5};
     const char* harbour = "Iolkos";
-    ship.cargo += static_cast<int>(std::strlen(harbour));
+    const double distance = 1.25;
+    ship.cargo += static_cast<int>(std::strlen(harbour)) + static_cast<int>(distance);
     *nowhere = ship.cargo;
+}
+
+enum class Wind : short { Calm, Breeze = 3, Gale = -8 };
+
+/** Has a value of every kind for the report to show. */
+void carryCargo(bool hasSail, char deck, signed char below, unsigned char barrels, short oars,
+                unsigned short ropes, int depth, unsigned int coins, long miles, unsigned long long stars,
+                float draught, double speed, long double bearing, wchar_t mark, char16_t sign, Wind wind,
+                const Ship& ship, const char* name, const wchar_t* wideName, const int* nothing,
+                void (*next)(int), const Ship* const* fleet)
+{
+    const char label[16] = "wine \"red\"";
+    const int weights[3] = {depth, 2, 3};
+    const double lengths[2] = {draught, speed};
+    const auto measure = [&] { return weights[0] + static_cast<int>(lengths[1]); };
+    *nowhere = measure() + label[0] + hasSail + deck + below + barrels + oars + ropes;
+    std::printf("%u %ld %llu %Lf %d %d %d %s %p %p %p %p %p\n", coins, miles, stars, bearing, mark, sign,
+                static_cast<int>(wind), ship.name, static_cast<const void*>(name),
+                static_cast<const void*>(wideName), static_cast<const void*>(nothing),
+                reinterpret_cast<void*>(next), static_cast<const void*>(fleet));
+}
+
+void showValues(int depth)
+{
+    const Ship ship{"Argo", 3, 7.5};
+    const Ship* const flagship = &ship;
+    carryCargo(true, 'd', -2, 200, -3, 60000, depth, 4000000000U, -5, 0xABCDEF0123456789U, 1.5F, -2.25,
+               359.5L, L'M', u'S', Wind::Gale, ship, "Argo", L"Argo", nullptr, writeNowhere, &flagship);
 }
 
 class Sailor {
@@ -120,6 +149,7 @@ void faultOnManyThreads(int depth)
 
 constexpr Way ways[] = {
     {"null", "writes to address 0", writeNowhere},
+    {"values", "writes to address 0, among variables of every kind", showValues},
     {"ended", "uses an object whose memory is gone", useAfterEnd},
     {"overflow", "calls itself until the stack is full", overflowStack},
     {"division", "divides by 0", divide},

@@ -42,13 +42,22 @@ void filterUnguarded();
     thread keeps a stack for signals that it has already. */
 class FaultStack {
 public:
-    FaultStack() noexcept;
-    ~FaultStack();
+    FaultStack() noexcept
+        : _memory(provide())
+    {}
+    ~FaultStack() { remove(_memory); }
     FaultStack(const FaultStack&) = delete;
     FaultStack& operator=(const FaultStack&) = delete;
 
+    /** Null where the thread has one, and where there is no memory. */
+    static void* provide() noexcept;
+    /** Takes what `provide` gave to the same thread. */
+    static void remove(void* memory) noexcept;
+    /** Whether the calling thread has one. */
+    static bool isThere() noexcept;
+
 private:
-    void* _memory = nullptr;
+    void* _memory;
 };
 
 } // namespace orvi::platform

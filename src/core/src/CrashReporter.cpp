@@ -382,10 +382,10 @@ long crash_exception_filter(const platform::Fault* fault)
     return 1;
 }
 
-void prepareCrashReports()
+bool prepareCrashReports() noexcept
 {
     platform::guardFaults(filter);
-    platform::DebugModule::prepareThread();
+    return platform::DebugModule::prepareThread();
 }
 
 void handled_exception_filter(const char* contact)
@@ -397,5 +397,12 @@ void handled_exception_filter(const char* contact)
     prepareCrashReports();
     platform::filterUnguarded();
 }
+
+CrashReportScope::CrashReportScope() noexcept
+    : _faultStack(platform::FaultStack::provide())
+    , _isReady(prepareCrashReports() && platform::FaultStack::isThere())
+{}
+
+CrashReportScope::~CrashReportScope() { platform::FaultStack::remove(_faultStack); }
 
 } // namespace orvi

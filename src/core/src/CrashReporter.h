@@ -8,7 +8,8 @@ namespace orvi {
 long crash_exception_filter(const platform::Fault* fault);
 
 /** Lets the faults of guarded steps come to the filter, and gets ready what cannot be got when the heap is broken: for the
-    process on the first call, for the calling thread on each. */
-void prepareCrashReports();
+    process on the first call, for the calling thread on each. False where that lacks memory, or the debug module: a
+    report may then lack its names. */
+bool prepareCrashReports() noexcept;
 
 } // namespace orvi

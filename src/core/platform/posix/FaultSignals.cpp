@@ -233,40 +233,45 @@ void filterUnguarded()
     });
 }
 
-FaultStack::FaultStack() noexcept
+bool FaultStack::isThere() noexcept
+{
+    stack_t present{};
+    return sigaltstack(nullptr, &present) == 0 && (present.ss_flags & SS_DISABLE) == 0;
+}
+
+void* FaultStack::provide() noexcept
 {
     t_stack = currentStackBounds();
-    stack_t present{};
-    if (sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0)
-        return;
+    if (isThere())
+        return nullptr;
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t size = faultStackBytes();
     void* memory =
         mmap(nullptr, page + size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
     if (memory == MAP_FAILED)
-        return;
+        return nullptr;
     mprotect(memory, page, PROT_NONE); // an overflow of this stack shall be a fault too
     stack_t stack{};
     stack.ss_sp = static_cast<char*>(memory) + page;
     stack.ss_size = size;
     if (sigaltstack(&stack, nullptr) == 0)
-        _memory = memory;
-    else
-        munmap(memory, page + size);
+        return memory;
+    munmap(memory, page + size);
+    return nullptr;
 }
 
-FaultStack::~FaultStack()
+void FaultStack::remove(void* memory) noexcept
 {
-    if (_memory == nullptr)
+    if (memory == nullptr)
         return;
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     stack_t present{};
-    if (sigaltstack(nullptr, &present) == 0 && present.ss_sp == static_cast<char*>(_memory) + page) {
+    if (sigaltstack(nullptr, &present) == 0 && present.ss_sp == static_cast<char*>(memory) + page) {
         stack_t none{};
         none.ss_flags = SS_DISABLE;
         sigaltstack(&none, nullptr);
     }
-    munmap(_memory, page + faultStackBytes());
+    munmap(memory, page + faultStackBytes());
 }
 
 } // namespace orvi::platform

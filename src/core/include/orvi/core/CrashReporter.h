@@ -16,4 +16,31 @@ namespace orvi {
     The files are for their owner's eyes: they hold what was in memory. */
 ORVI_API void handled_exception_filter(const char* contact = nullptr);
 
+/** Gets a thread of the program's own ready for reports, from here to the end of the scope. Without it most of its faults
+    are reported all the same, but none where its stack is full, and those in the heap have no names: what a report needs
+    of the thread must be taken before. The thread that called handled_exception_filter is ready, and so is one that runs a
+    System, while it runs.
+
+        std::thread([] {
+            const orvi::CrashReportScope reports;
+            work();
+        });
+
+    Made and destroyed on the same thread, best first thing and last. Scopes may be nested. A stack for signals that
+    the thread has already stays in use. */
+class ORVI_API CrashReportScope {
+public:
+    CrashReportScope() noexcept;
+    ~CrashReportScope();
+    CrashReportScope(const CrashReportScope&) = delete;
+    CrashReportScope& operator=(const CrashReportScope&) = delete;
+
+    /** False where memory or the debug module is missing: a report may then lack what is told above. */
+    bool isReady() const noexcept { return _isReady; }
+
+private:
+    void* _faultStack; // null where the thread has had one
+    bool _isReady;
+};
+
 } // namespace orvi
