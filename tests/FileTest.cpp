@@ -2,7 +2,10 @@
 #include "TempDirectory.h"
 #include "TextPrinting.h"
 
+#include <orvi/core/App.h>
 #include <orvi/core/File.h>
+#include <orvi/core/FileMutex.h>
+#include <orvi/core/MemoryStream.h>
 #include <orvi/core/Time.h>
 
 #include <algorithm>
@@ -16,6 +19,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using orvi::File;
@@ -381,6 +385,42 @@ TEST_CASE("a descriptor that somebody closes is a failure")
           std::vector<String>{L"Set file position(0,2) error! EBADF: Bad file number. File:" +
                                   directory.name("file"),
                               L"Close file error! EBADF: Bad file number. File:" + directory.name("file")});
+}
+
+TEST_CASE("with the standard streams closed no file gets their numbers, and what is printed goes into none")
+{
+    const TempDirectory directory;
+    for (const int closed : {1, 2, 4, 6, 7}) { // the bits of the streams
+        CAPTURE(closed);
+        const pid_t child = fork();
+        REQUIRE(child >= 0);
+        if (child == 0) {
+            for (const int stream : {0, 1, 2})
+                if ((closed >> stream & 1) != 0)
+                    close(stream);
+            const auto areFree = [&] {
+                bool result = true;
+                for (const int stream : {0, 1, 2})
+                    result &= (closed >> stream & 1) == 0 || fcntl(stream, F_GETFD) < 0;
+                return result;
+            };
+            const Handle_T<File> file = openFile(directory.name("file"), File::readWrite | File::create);
+            const Handle_T<TempFile> temporary = TempFile::createTempFile();
+            const auto mutex = orvi::FileMutex::createInstance(directory.name("mutex"));
+            const auto stream = orvi::MemoryStream::createInstance();
+            const std::vector<char> much(11 << 20);
+            bool good = mutex->lock(0) && !temporary.isNull() && areFree();
+            good &= stream->write(much.data(), 11 << 20) == 11 << 20 && areFree();
+            orvi::setUpApp(L"twice", [](auto...) { return Handle_T<orvi::AppBox>(); });
+            good &= !orvi::setUpApp(L"twice", nullptr) && writeText(*file, "whole") == 5;
+            file->close();
+            _exit(good && areFree() ? 0 : 1);
+        }
+        int status = -1;
+        REQUIRE(waitpid(child, &status, 0) == child);
+        CHECK(status == 0);
+        CHECK(readWhole(directory / "file") == "whole");
+    }
 }
 
 TEST_CASE("a transfer from nowhere is refused")

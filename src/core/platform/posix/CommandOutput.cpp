@@ -1,5 +1,7 @@
 #include "CommandOutput.h"
 
+#include "DescriptorNumber.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -147,8 +149,10 @@ std::optional<std::string> commandOutput(const std::vector<std::string>& words, 
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return {};
-    const Descriptor input(ends[0]);
-    Descriptor output(ends[1]);
+    const Descriptor input(aboveStandardStreams(ends[0]));
+    Descriptor output(aboveStandardStreams(ends[1]));
+    if (input.number() < 0 || output.number() < 0)
+        return {};
     pid_t process = SpawnSettings(output.number()).spawn(words);
     output.close(); // or there would never be an end
     if (process < 0)

@@ -1,5 +1,7 @@
 #include "../ConsoleDevice.h"
 
+#include "DescriptorNumber.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -76,16 +78,7 @@ constinit SavedStreams g_saved;
 /** A copy above the standard streams; -1 when `file` is closed. */
 int copyAside(int file) { return ::fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }
 
-int openTerminal()
-{
-    const int file = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
-    if (file < 0 || file > STDERR_FILENO)
-        return file;
-    // A closed standard stream was the lowest free number: it must not become the terminal by chance.
-    const int aside = copyAside(file);
-    ::close(file);
-    return aside;
-}
+int openTerminal() { return aboveStandardStreams(::open("/dev/tty", O_RDWR | O_CLOEXEC)); }
 
 /** Makes `file` the standard stream `stream`, or closes that for -1. */
 void restore(int file, int stream)

@@ -1,6 +1,7 @@
 #include "../DirectoryListing.h"
 
 #include "../FilePath.h"
+#include "DescriptorNumber.h"
 #include "LongPath.h"
 
 #include <dirent.h>
@@ -28,7 +29,8 @@ DirectoryListing::DirectoryListing(const String& path)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
     const String_T<char> bytes = bytesFromPath(path.isEmpty() ? String(L".") : path);
-    const int directory = callAt(bytes, [](int from, const char* way) { return ::openat(from, way, flags); });
+    const int directory = aboveStandardStreams(
+        callAt(bytes, [](int from, const char* way) { return ::openat(from, way, flags); }));
     if (directory < 0)
         return;
     struct stat status;

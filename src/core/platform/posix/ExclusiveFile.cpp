@@ -1,5 +1,7 @@
 #include "../ExclusiveFile.h"
 
+#include "DescriptorNumber.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -41,7 +43,8 @@ std::unique_ptr<ExclusiveFile> ExclusiveFile::tryOpen(const String_T<char>& path
     std::unique_ptr<ExclusiveFile> result(new ExclusiveFile(path));
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
         // O_NONBLOCK and O_NOCTTY for what may stand there instead of a plain file.
-        const int file = ::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
+        constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+        const int file = aboveStandardStreams(::open(path, flags, 0666));
         if (file < 0 && errno == EINTR)
             continue;
         if (file < 0)

@@ -1,14 +1,12 @@
 #include "../FileHandle.h"
 
+#include "DescriptorNumber.h"
+#include "FileCalls.h"
 #include "LongPath.h"
-#include "SignalShield.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -16,32 +14,6 @@
 namespace orvi::platform {
 
 namespace {
-
-template <class Call>
-auto retryInterrupted(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR)
-        result = call();
-    return result;
-}
-
-/** Whether the process has a limit for the sizes of its files, which any write may meet. */
-bool hasSizeLimit()
-{
-    rlimit limit;
-    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
-}
-
-/** Writes to a file by `call`. The shield costs more than a look at the limit, which hardly anybody sets. */
-template <class Call>
-std::ptrdiff_t writeShielded(Call call)
-{
-    if (!hasSizeLimit())
-        return retryInterrupted(call);
-    const SignalShield shield(SIGXFSZ);
-    return retryInterrupted(call);
-}
 
 int systemFlags(const FileHandle::OpenOptions& options)
 {
@@ -76,9 +48,9 @@ FileHandle::~FileHandle()
 bool FileHandle::open(const char* path, const OpenOptions& options)
 {
     const int flags = systemFlags(options);
-    const int descriptor = callAt(path, [&](int from, const char* way) {
+    const int descriptor = aboveStandardStreams(callAt(path, [&](int from, const char* way) {
         return retryInterrupted([&] { return ::openat(from, way, flags, permissions(options)); });
-    });
+    }));
     if (descriptor < 0)
         return false;
     struct stat status;
@@ -94,9 +66,10 @@ bool FileHandle::open(const char* path, const OpenOptions& options)
     }
     _descriptor = descriptor;
     _regular = S_ISREG(status.st_mode);
-    _seekable = lseek(descriptor, 0, SEEK_CUR) >= 0;
-    if (_regular) // pipes and devices stay as they are: no call on them waits
-        fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    _seekable = _regular || lseek(descriptor, 0, SEEK_CUR) >= 0;
+    const int now = _regular ? fcntl(descriptor, F_GETFL) : -1;
+    if (now >= 0) // pipes and devices stay as they are: no call on them waits
+        fcntl(descriptor, F_SETFL, now & ~O_NONBLOCK);
     return true;
 }
 
@@ -157,6 +130,7 @@ bool getFileStatus(const char* path, FileStatus& status)
 
 bool createUniqueFile(char* path)
 {
+    // Closed again at once, and empty until then.
     const int descriptor = retryInterrupted([&] { return mkostemp(path, O_CLOEXEC); });
     if (descriptor < 0)
         return false;

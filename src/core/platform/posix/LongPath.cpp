@@ -1,5 +1,7 @@
 #include "LongPath.h"
 
+#include "DescriptorNumber.h"
+
 #include <cerrno>
 #include <unistd.h>
 
@@ -36,7 +38,7 @@ bool LongPath::advance()
     std::memcpy(piece, _rest, size);
     piece[size] = 0;
     // O_PATH asks for the right to pass, not to read.
-    const int next = ::openat(_directory, piece, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int next = aboveStandardStreams(::openat(_directory, piece, O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (next < 0)
         return false;
     if (_directory != AT_FDCWD)

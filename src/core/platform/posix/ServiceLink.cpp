@@ -1,5 +1,7 @@
 #include "platform/ServiceLink.h"
 
+#include "DescriptorNumber.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -114,7 +116,7 @@ bool send(const std::string& message, Patience patience)
     const socklen_t size = makeAddress(invitation().address, address);
     if (size == 0)
         return false;
-    const int connection = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int connection = aboveStandardStreams(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (connection < 0)
         return false;
     const bool sent = ::connect(connection, reinterpret_cast<const sockaddr*>(&address), size) == 0 &&

@@ -1,6 +1,7 @@
 #include "platform/ServiceManager.h"
 
 #include "CommandOutput.h"
+#include "DescriptorNumber.h"
 #include "ServicePlaces.h"
 #include "ServiceUnit.h"
 
@@ -54,7 +55,7 @@ std::string readFile(const std::string& path)
     std::string text(longestUnit, '\0');
     std::size_t size = 0;
     // Without O_NONBLOCK a pipe under that name would be waited for.
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int file = aboveStandardStreams(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file >= 0) {
         ssize_t count = 0;
         do {
@@ -82,7 +83,7 @@ bool writeAll(int file, std::string_view text)
 /** A name that exists is on the disk only with its directory. */
 void syncDirectory(const std::string& path)
 {
-    const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int directory = aboveStandardStreams(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (directory < 0)
         return;
     ::fsync(directory);
@@ -93,9 +94,12 @@ void syncDirectory(const std::string& path)
 bool writeNewFile(const std::string& path, const std::string& text)
 {
     std::string draft = ownDirectory() + "/.orvi-XXXXXX";
-    const int file = ::mkostemp(draft.data(), O_CLOEXEC);
-    if (file < 0)
+    const int file = aboveStandardStreams(::mkostemp(draft.data(), O_CLOEXEC));
+    if (file < 0) {
+        if (draft.back() != 'X') // the file is there, but not the number that it was to have
+            ::unlink(draft.c_str());
         return false;
+    }
     const bool written = writeAll(file, text) && ::fchmod(file, 0644) == 0 && ::fsync(file) == 0;
     const bool closed = ::close(file) == 0;
     // link, unlike rename, fails where the name is taken.
