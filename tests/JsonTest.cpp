@@ -13,6 +13,10 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 using orvi::Handle_T;
@@ -430,3 +434,107 @@ TEST_CASE("values travel through streams and files as UTF-8")
     CHECK(!Json::save(value, L"/dev/full", true));
     CHECK(log.errors().size() >= 4);
 }
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/** The permissions of a file behind its links; 0 without one. */
+mode_t modeOf(const fs::path& path)
+{
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
+template <class Body>
+bool isTrueInChild(Body body)
+{
+    const pid_t child = fork();
+    REQUIRE(child >= 0);
+    if (child == 0)
+        _exit(body() ? 0 : 1);
+    int status = -1;
+    REQUIRE(waitpid(child, &status, 0) == child);
+    return status == 0;
+}
+
+/** Kills a program that saves two documents in turn; after each time one of them stands there whole. */
+void killSavers(int times)
+{
+    const TempDirectory directory;
+    const String path = directory.name("document");
+    const JsonValue documents[] = {repeat(3'000, L"long "), L"short"};
+    REQUIRE(Json::save(documents[0], path, false));
+    std::minstd_rand random(7);
+    for (int i = 0; i < times; ++i) {
+        const pid_t child = fork();
+        REQUIRE(child >= 0);
+        for (int turn = 0; child == 0; ++turn)
+            Json::save(documents[turn % 2], path, false);
+        usleep(static_cast<useconds_t>(random() % 5'000));
+        kill(child, SIGKILL);
+        int status = -1;
+        REQUIRE(waitpid(child, &status, 0) == child);
+        JsonValue found;
+        REQUIRE(Json::load(found, path));
+        REQUIRE((found == documents[0] || found == documents[1]));
+    }
+}
+
+} // namespace
+
+TEST_CASE("a save that fails leaves the old document, and one that does not keeps its links and permissions")
+{
+    const TempDirectory directory;
+    const auto save = [&](const char* name) { return Json::save(2, directory.name(name), false); };
+    fs::create_directories(directory / "locked");
+    chmod(directory.path().c_str(), 0777);
+    for (const char* name : {"document", "closed", "locked/document"})
+        std::ofstream(directory / name) << "1";
+    chmod((directory / "document").c_str(), 0646);
+    chmod((directory / "locked/document").c_str(), 0666);
+    fs::create_symlink("../document", directory / "locked/link");
+    fs::create_symlink(directory / "locked/link", directory / "link");
+    fs::create_symlink("locked/new", directory / "dangling");
+    fs::create_symlink("round", directory / "round");
+
+    CHECK(isTrueInChild([&] {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && (setgid(nobody) != 0 || setuid(nobody) != 0)) // root may do everything
+            return false;
+        chmod((directory / "locked").c_str(), 0555); // of another user's, but for one who is not root
+        chmod((directory / "closed").c_str(), 0444);
+        return !save("closed") && !save("locked/document") && !save("dangling");
+    }));
+    CHECK(contentOf(directory / "closed") + contentOf(directory / "locked/document") == "11");
+    CHECK(isTrueInChild([&] {
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_FSIZE, &none);
+        return !save("document") && !save("new");
+    }));
+    CHECK(contentOf(directory / "document") == "1");
+    CHECK(!save("round"));
+
+    CHECK(save("link"));
+    CHECK(contentOf(directory / "document") == "2");
+    CHECK(modeOf(directory / "document") == 0646);
+    CHECK(fs::is_symlink(directory / "link"));
+    chmod((directory / "locked").c_str(), 0755);
+    CHECK(save("dangling"));
+    CHECK(contentOf(directory / "locked/new") == "2");
+    const mode_t mask = umask(0);
+    umask(mask);
+    CHECK(modeOf(directory / "locked/new") == (0666 & ~mask));
+    CHECK(fs::is_symlink(directory / "dangling"));
+    CHECK(save(std::string(255, 'n').c_str()));
+    CHECK(!save(std::string(256, 'n').c_str()));
+    CHECK(!Json::save(2, L"/dev/full", false));
+    CHECK(fs::is_character_file("/dev/full"));
+    for (const auto& entry : fs::recursive_directory_iterator(directory.path()))
+        CHECK(entry.path().filename().string().find(".orvi") != 0);
+}
+
+TEST_CASE("a program that is killed while it saves leaves a whole document") { killSavers(20); }
+
+TEST_CASE("long: the same many times" * doctest::skip()) { killSavers(2'000); }

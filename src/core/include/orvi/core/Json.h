@@ -39,7 +39,13 @@ public:
 
     /** Loads from a file or another archive URL (see ArchiveFactory), which is let go of before the parse. */
     static bool load(JsonValue& value, const String& path);
-    /** Replaces the file. False when it does not open or does not take the text. */
+    /** Replaces the file, or makes it. At every moment, also where the program is killed or the power fails, the
+        old document or the new one stands there whole: the text goes into a file beside it, which takes the name
+        when it is on the disc. False, with a line in the log and the old document in place, when the file may
+        not be opened for reading and writing, when its directory does not allow new files, or when the text does
+        not fit. The new file has the old one's permissions, and its owner and group where this user may give
+        them. Symbolic links to it stay; another hard link keeps the old document. A program that is killed may
+        leave the file beside it, named ".orvi-" and 16 digits. A device or pipe is written as it is. */
     static bool save(const JsonValue& value, const String& path, bool pretty);
 };
 
