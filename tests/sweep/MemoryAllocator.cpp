@@ -1,0 +1,156 @@
+#include "MemorySweep.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <new>
+
+#if defined __SANITIZE_ADDRESS__
+#define WAY_THROUGH(name) __interceptor_##name
+#else
+#define WAY_THROUGH(name) __libc_##name
+#endif
+
+extern "C" {
+void* WAY_THROUGH(malloc)(std::size_t);
+void* WAY_THROUGH(calloc)(std::size_t, std::size_t);
+void* WAY_THROUGH(realloc)(void*, std::size_t);
+void* WAY_THROUGH(memalign)(std::size_t, std::size_t);
+void WAY_THROUGH(free)(void*);
+}
+
+namespace sweep {
+
+namespace {
+
+std::atomic<bool> armed = false;
+std::atomic<bool> failed = false;
+std::atomic<long> counted = 0;
+std::atomic<long> live = 0;
+long first = 0;
+bool allLater = false;
+
+bool refuses() noexcept
+{
+    if (!armed.load(std::memory_order_acquire))
+        return false;
+    const long number = counted.fetch_add(1) + 1;
+    if (number != first && !(allLater && first != 0 && number > first))
+        return false;
+    failed = true;
+    if (Allocator::stopsForDebugger)
+        std::raise(SIGTRAP);
+    errno = ENOMEM;
+    return true;
+}
+
+void* count(void* block) noexcept
+{
+    live.fetch_add(block != nullptr ? 1 : 0, std::memory_order_relaxed);
+    return block;
+}
+
+void* get(std::size_t size) noexcept { return refuses() ? nullptr : count(WAY_THROUGH(malloc)(size)); }
+
+void* getAligned(std::size_t alignment, std::size_t size) noexcept
+{
+    return refuses() ? nullptr : count(WAY_THROUGH(memalign)(alignment, size));
+}
+
+void giveBack(void* block) noexcept
+{
+    live.fetch_sub(block != nullptr ? 1 : 0, std::memory_order_relaxed);
+    WAY_THROUGH(free)(block);
+}
+
+void* orThrow(void* block)
+{
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+} // namespace
+
+bool Allocator::stopsForDebugger = false;
+
+void Allocator::arm(long failAt, bool andAllLater) noexcept
+{
+    first = failAt;
+    allLater = andAllLater;
+    counted = 0;
+    failed = false;
+    armed.store(true, std::memory_order_release);
+}
+
+long Allocator::disarm() noexcept
+{
+    armed = false;
+    return counted;
+}
+
+bool Allocator::hasFailed() noexcept { return failed; }
+long Allocator::liveBlocks() noexcept { return live; }
+
+} // namespace sweep
+
+using namespace sweep;
+
+#pragma GCC visibility push(default)
+
+extern "C" {
+void* malloc(std::size_t size) noexcept { return get(size); }
+void free(void* block) noexcept { giveBack(block); }
+void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    return refuses() ? nullptr : sweep::count(WAY_THROUGH(calloc)(count, size));
+}
+void* realloc(void* block, std::size_t size) noexcept
+{
+    if (block == nullptr)
+        return get(size);
+    if (size != 0)
+        return refuses() ? nullptr : WAY_THROUGH(realloc)(block, size);
+    giveBack(block);
+    return nullptr;
+}
+void* memalign(std::size_t alignment, std::size_t size) noexcept { return getAligned(alignment, size); }
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept { return getAligned(alignment, size); }
+int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept
+{
+    void* const made = getAligned(alignment, size);
+    if (made == nullptr)
+        return ENOMEM;
+    *block = made;
+    return 0;
+}
+} // extern "C"
+
+// A sanitizer has operators of its own, which do not come by malloc.
+using std::align_val_t, std::size_t, std::nothrow_t;
+void* operator new(size_t size) { return orThrow(get(size)); }
+void* operator new[](size_t size) { return orThrow(get(size)); }
+void* operator new(size_t size, const nothrow_t&) noexcept { return get(size); }
+void* operator new[](size_t size, const nothrow_t&) noexcept { return get(size); }
+void* operator new(size_t size, align_val_t to) { return orThrow(getAligned(size_t(to), size)); }
+void* operator new[](size_t size, align_val_t to) { return orThrow(getAligned(size_t(to), size)); }
+void* operator new(size_t size, align_val_t to, const nothrow_t&) noexcept
+{
+    return getAligned(size_t(to), size);
+}
+void* operator new[](size_t size, align_val_t to, const nothrow_t&) noexcept
+{
+    return getAligned(size_t(to), size);
+}
+void operator delete(void* block) noexcept { giveBack(block); }
+void operator delete[](void* block) noexcept { giveBack(block); }
+void operator delete(void* block, size_t) noexcept { giveBack(block); }
+void operator delete[](void* block, size_t) noexcept { giveBack(block); }
+void operator delete(void* block, align_val_t) noexcept { giveBack(block); }
+void operator delete[](void* block, align_val_t) noexcept { giveBack(block); }
+void operator delete(void* block, size_t, align_val_t) noexcept { giveBack(block); }
+void operator delete[](void* block, size_t, align_val_t) noexcept { giveBack(block); }
+void operator delete(void* block, const nothrow_t&) noexcept { giveBack(block); }
+void operator delete[](void* block, const nothrow_t&) noexcept { giveBack(block); }
+void operator delete(void* block, align_val_t, const nothrow_t&) noexcept { giveBack(block); }
+void operator delete[](void* block, align_val_t, const nothrow_t&) noexcept { giveBack(block); }

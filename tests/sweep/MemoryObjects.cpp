@@ -1,0 +1,253 @@
+#include "MemorySweep.h"
+
+#include <dlfcn.h>
+
+using namespace orvi;
+using sweep::Seen;
+
+namespace {
+
+using Registry = Unknown::RtFactory;
+
+struct Payload {
+    int number = 7;
+};
+
+void shared(Seen& seen)
+{
+    const SharedPtr<Payload> pointer(new Payload);
+    const SharedPtr<Payload> copy = pointer;
+    seen << copy->number;
+}
+
+void registry(Seen& seen)
+{
+    const String known(L"MemoryStream"), message(L"Message"), nobody(L"Nobody");
+    Seen::must(!known.isEmpty() && !message.isEmpty() && !nobody.isEmpty());
+    const auto byName = Registry::createClassInstance(known);
+    const auto byId = Registry::createClassInstance(Event::getClassId_());
+    Seen::must(!byName.isNull() && !byId.isNull());
+    seen << byName->getClassName() << byId->getClassName();
+    std::vector<String> names;
+    Registry::getRtClassNames(names);
+    for (const String& name : names)
+        seen << name;
+    const auto type = Unknown::ClassType(message);
+    const auto made = type.createInstance();
+    Seen::must(!made.isNull());
+    seen << type.getClassName() << static_cast<double>(type.getClassId()) << made->getClassName();
+    seen << Registry::createClassInstance(nobody).isNull();
+}
+
+class Late : public Unknown {
+    ORVI_DECLARE_CLASS(Late);
+
+public:
+    static bool join() { return Registry::setupCreator(rtCreateInstance_); }
+};
+ORVI_DEFINE_CLASS(Late);
+
+void registration(Seen& seen)
+{
+    try {
+        Registry::unsetupCreator(Late::g_className_);
+    } catch (const std::bad_alloc&) {
+        seen << "a class cannot leave";
+    }
+    seen << Registry::createClassInstance(Late::g_className_).isNull()
+         << Registry::createClassInstance(Late::g_classId_).isNull();
+    bool joined = false;
+    try {
+        joined = Late::join();
+    } catch (const std::bad_alloc&) {
+    }
+    const bool byName = !Registry::createClassInstance(Late::g_className_).isNull();
+    const bool byId = !Registry::createClassInstance(Late::g_classId_).isNull();
+    Seen::must(joined && byName && byId);
+    seen << joined;
+}
+
+/** A class is there as long as its module and no longer, and a module that loads has it. */
+void module(Seen& seen, const char* path, const wchar_t* name, const char* question)
+{
+    const unsigned int id = computeClassId(StringHelper::wideToUtf8(name));
+    Seen::mustNotHaveLogged();
+    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (library != nullptr) {
+        const bool joined = reinterpret_cast<bool (*)()>(dlsym(library, question))();
+        const bool byName = !Registry::createClassInstance(name).isNull();
+        const bool byId = !Registry::createClassInstance(id).isNull();
+        seen << (dlclose(library) == 0);
+        seen << Registry::createClassInstance(id).isNull() << Registry::createClassInstance(name).isNull();
+        Seen::must(joined && byName && byId);
+        seen << joined;
+    }
+    seen << (dlopen(path, RTLD_NOW | RTLD_NOLOAD) == nullptr);
+    seen << Registry::createClassInstance(id).isNull() << Registry::createClassInstance(name).isNull();
+    Seen::must(library != nullptr);
+}
+
+void classModule(Seen& seen) { module(seen, SWEEP_VISITOR, L"Visitor", "visitorIsRegistered"); }
+void propertyModule(Seen& seen) { module(seen, SWEEP_PARCEL, L"Parcel", "parcelIsRegistered"); }
+
+void dllModule(Seen& seen)
+{
+    const auto library = DllModule::createInstance();
+    const bool loaded = library->load(StringHelper::utf8ToWide(SWEEP_GADGET));
+    seen << (loaded == !library->getFileName().isEmpty());
+    Seen::must(loaded);
+    auto* const answer = reinterpret_cast<int (*)()>(library->getProcAddress(L"gadgetAnswer"));
+    const int number = answer != nullptr ? answer() : 0;
+    library->unload();
+    seen << library->getFileName().isEmpty();
+    Seen::must(number != 0);
+    seen << number;
+}
+
+void clones(Seen& seen)
+{
+    const auto stream = MemoryStream::createInstance();
+    Seen::must(stream->write("some bytes", 10) == 10);
+    const auto copy = stream->clone();
+    Seen::must(!copy.isNull());
+    seen << copy->available();
+    const Handle_T<Unknown> event = static_cast<Unknown*>(Event::createInstance())->clone();
+    Seen::must(!event.isNull());
+    seen << event->getClassName();
+}
+
+void exceptions(Seen& seen)
+{
+    CallStack* const stack = CallStack::getCallStack_fast();
+    Seen::must(stack != nullptr);
+    try {
+        THROW_EXCEPTION(5, L"a description");
+    } catch (Exception& exception) {
+        exception.setCallStack(stack);
+        stack->destroy();
+        const Exception copy(exception);
+        seen << copy.code();
+        Seen::must(copy.description()[0] != 0 && copy.file()[0] != 0 && copy.function()[0] != 0);
+        seen << copy.description() << copy.file() << copy.function() << copy.line();
+        copy.report();
+        return;
+    } catch (const std::bad_alloc&) {
+        stack->destroy();
+        throw;
+    }
+}
+
+struct Lines : CallStack::Callback {
+    int count = 0;
+    void report(const char*) override { ++count; }
+};
+
+void callStacks(Seen& seen)
+{
+    for (CallStack* stack : {CallStack::getCallStack_fast(), CallStack::getCallStack()}) {
+        if (stack == nullptr)
+            continue;
+        Lines lines;
+        try {
+            stack->dump(lines);
+        } catch (...) {
+            stack->destroy();
+            throw;
+        }
+        seen << (lines.count > 0);
+        stack->destroy();
+    }
+}
+
+void ignore(unsigned int) {}
+int opened = 0;
+void onOpened(const Event*) { ++opened; }
+void onClosed(const Event*) {}
+
+struct Room {
+    int events = 0;
+    void onEvent(const Event*) { ++events; }
+};
+
+void callbacks(Seen& seen)
+{
+    Room room;
+    const CallbackHandler<void, unsigned int> first(&ignore), same(&ignore);
+    const EventHandler::Callback method(&room, &Room::onEvent), function(&onOpened);
+    seen << (first == same) << (method == function)
+         << (EventHandler::Callback(&room, &Room::onEvent) == method) << (first < same);
+}
+
+void events(Seen& seen)
+{
+    Room room;
+    opened = 0;
+    EventDispenser dispenser;
+    seen << dispenser.addEventHandler(EventHandler::of<Event>(&onOpened));
+    dispenser += EventHandler::of<Event>(&room, &Room::onEvent);
+    dispenser += EventHandler::of<Event>(&onClosed);
+    dispenser += EventHandler::of<Event>(&onOpened); // no second time
+    EventDispenser copy = dispenser;
+    const auto event = Event::createInstance();
+    copy.sendEvent(event);
+    seen << opened << room.events;
+    copy -= EventHandler::of<Event>(&onOpened);
+    dispenser.sendEvent(event);
+    seen << opened << room.events;
+}
+
+void log(Seen& seen)
+{
+    Log::message(L"%s", L"short");
+    Log::message(L"%*d", 40000, 1);
+    Log::warning(L"%d %s %S", 5, L"wide", "narrow");
+    seen << (Log::getLogListener(L"sweep") != nullptr) << (Log::getLogListener(L"nobody") == nullptr);
+    struct Second : LogListener {
+        int lines = 0;
+        const wchar_t* getName() override { return L"second"; }
+        bool setparam(const wchar_t* text) override { return text[0] == L'x'; }
+        void error(const wchar_t*) override {}
+        void warning(const wchar_t*) override {}
+        void message(const wchar_t*) override { ++lines; }
+        void debug(const wchar_t*) override {}
+        void whistle(bool) override {}
+    } second;
+    try {
+        Log::addListener(&second);
+    } catch (const std::bad_alloc&) {
+    }
+    const bool added = Log::getLogListener(L"second") == &second;
+    Log::message(L"line");
+    const bool set = Log::setparam(L"second@x");
+    Log::removeListener(&second);
+    seen << (Log::getLogListener(L"second") == nullptr);
+    Seen::must(added && set);
+    seen << second.lines;
+}
+
+void console(Seen& seen)
+{
+    Console::output(L"%s %d\n", L"text", 5);
+    Console::output(L"%*d\n", 40000, 1);
+    seen << Console::setTitle(L"title") << Console::setTextAttribute(7) << Console::setCursorPosition(1, 1);
+}
+
+const sweep::Scenario scenarios[] = {
+    {"objects", "SharedPtr", shared},
+    {"objects", "clone", clones},
+    {"objects", "exceptions", exceptions},
+    {"class registry", "questions", registry},
+    {"class registry", "registration", registration},
+    {"modules", "a class", classModule},
+    {"modules", "properties", propertyModule},
+    {"modules", "DllModule", dllModule},
+    {"diagnostics", "call stacks", callStacks},
+    {"diagnostics", "log", log},
+    {"diagnostics", "console", console},
+    {"events", "callbacks", callbacks},
+    {"events", "dispenser", events},
+};
+
+} // namespace
+
+const std::span<const sweep::Scenario> sweep::objectScenarios = scenarios;

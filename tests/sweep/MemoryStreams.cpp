@@ -1,0 +1,288 @@
+#include "MemorySweep.h"
+
+#include <cstring>
+
+using namespace orvi;
+using sweep::Seen;
+
+namespace {
+
+void binary(Seen& seen)
+{
+    const auto bytes = MemoryStream::createInstance();
+    OutputStream out(bytes);
+    Buffer block(5);
+    Seen::must(block.getBufferSize() == 5);
+    std::memcpy(block.getBuffer(), "12345", 5);
+    const auto inner = MemoryStream::createInstance();
+    Seen::must(inner->write("inside", 6) == 6);
+    const String wide(L"w\xEF"
+                      L"de"); // no empty texts instead
+    const String_T<char> utf8("utf8");
+    const String_T<unsigned char> ansi(reinterpret_cast<const unsigned char*>("ansi"));
+    Seen::must(!wide.isEmpty() && !utf8.isEmpty() && !ansi.isEmpty());
+    out << 1 << 2.5 << Varint(300) << Varint64(1LL << 40) << wide << utf8 << ansi << block << *inner
+        << Handle_T<MemoryStream>(inner) << Handle_T<Unknown>();
+    InputStream in(bytes);
+    int number = 0;
+    double real = 0;
+    Varint small;
+    Varint64 large;
+    String text;
+    String_T<char> text8;
+    String_T<unsigned char> textA;
+    Buffer blockBack;
+    const auto innerBack = MemoryStream::createInstance();
+    Handle_T<MemoryStream> object;
+    Handle_T<Unknown> none = inner;
+    in >> number >> real >> small >> large >> text >> text8 >> textA >> blockBack >> *innerBack >> object >>
+        none;
+    seen << number << real << int(small) << static_cast<double>(std::int64_t(large)) << text << text8;
+    seen.made(textA) << (blockBack == block) << innerBack->available() << object->available()
+                     << none.isNull();
+    InputStream rest(innerBack);
+    OutputStream end(bytes);
+    end << rest;
+    seen << bytes->available();
+}
+
+void longText(Seen& seen)
+{
+    String text(L"long\xE9");
+    for (int i = 0; i < 13; ++i)
+        text += text;
+    Seen::mustNotHaveLogged();
+    const auto bytes = MemoryStream::createInstance();
+    OutputStream out(bytes);
+    out << text;
+    InputStream in(bytes);
+    String back;
+    in >> back;
+    seen << back;
+}
+
+/** Pushes numbers through and sees that none is missing, whatever failed on the way. */
+void queue(Seen& seen, int pages)
+{
+    const auto stream = MemoryStream::createInstance();
+    static int page[1024];
+    int written = 0;
+    for (int i = 0; i < pages; ++i) {
+        for (int& number : page)
+            number = written + static_cast<int>(&number - page);
+        const int count = stream->write(page, sizeof page);
+        written += count > 0 ? count / 4 : 0;
+        if (count != sizeof page)
+            break;
+    }
+    seen << (stream->available() == written * 4);
+    const auto other = MemoryStream::createInstance();
+    if (!stream->append(*other))
+        Seen::must(false);
+    int expected = 0;
+    for (int count = 0; (count = stream->read(page, sizeof page)) > 0;) {
+        for (int i = 0; i < count / 4; ++i, ++expected) {
+            if (page[i] != expected)
+                seen << "a number is wrong" << expected;
+        }
+    }
+    seen << (expected == written);
+    Seen::must(written == pages * 1024);
+    seen << written;
+}
+
+void shortQueue(Seen& seen) { queue(seen, 3); }
+void spilledQueue(Seen& seen) { queue(seen, 2600); }
+
+void joined(Seen& seen)
+{
+    const auto a = MemoryStream::createInstance(), b = MemoryStream::createInstance();
+    static const char bytes[6000] = "start";
+    Seen::must(a->write(bytes, sizeof bytes) == sizeof bytes &&
+               b->write(bytes, sizeof bytes) == sizeof bytes);
+    const bool appended = a->append(*b);
+    seen << a->available() + b->available();
+    Seen::must(appended);
+    seen << b->available();
+    const auto pipe = Pipe::createInstance(a, b);
+    const SharedPtr<Mutex> mutex(new Mutex);
+    const auto locked = MutexPipe::createInstance(a, mutex, b, mutex);
+    Seen::must(pipe->write("abc", 3) == 3 && locked->write("def", 3) == 3);
+    char text[10] = "";
+    Seen::must(locked->peek(text, 5) == 5 && b->read(text, 6) == 6);
+    seen << text << pipe->available();
+}
+
+/** A "no" that memory is to blame for has a line in the log. */
+bool exists(const String& path)
+{
+    const bool found = isFileExists(path);
+    if (!found)
+        Seen::mustNotHaveLogged();
+    return found;
+}
+
+void files(Seen& seen)
+{
+    const auto file = File::createInstance();
+    Seen::must(file->open(L"file", File::readWrite | File::create | File::truncate,
+                          File::permitRead | File::permitWrite));
+    Seen::must(file->write("0123456789", 10) == 10 && file->setPosition(3) == 3);
+    char text[20] = "";
+    Seen::must(file->peek(text, 2) == 2 && file->read(text, 20) == 7);
+    seen << text << file->getArchiveSize() << file->getPosition() << file->eof() << file->getFileName();
+    file->close();
+    const int told = getFileSize(L"file");
+    Seen::must(told >= 0);
+    seen << told << exists(L"file");
+    Time created, modified;
+    int size = 0;
+    Seen::must(getFileInfo(L"file", size, created, modified));
+    seen << size;
+    MD5Checksum checksum;
+    Seen::must(calcFileMd5(L"file", checksum));
+    seen.made(checksum.convertToString());
+}
+
+void temporary(Seen& seen)
+{
+    String name;
+    {
+        const auto file = TempFile::createTempFile();
+        Seen::must(!file.isNull() && file->write("abc", 3) == 3);
+        name = file->getFileName();
+        Seen::must(!name.isEmpty());
+        seen << exists(name);
+    }
+    sweep::Allocator::disarm();
+    seen << isFileExists(name);
+    const String made = TempFile::getTempFileName();
+    Seen::must(!made.isEmpty());
+    const auto file = File::createInstance();
+    const bool opened = file->open(made, File::readOnly, 0);
+    std::remove(StringHelper::wideToUtf8(made));
+    Seen::must(opened);
+}
+
+void archives(Seen& seen)
+{
+    const auto empty = ArchiveFactory::openArchive(L"memory://");
+    Seen::must(!empty.isNull() && empty->write("abc", 3) == 3);
+    const auto file = File::createInstance();
+    Seen::must(file->open(L"url", File::writeOnly | File::create, File::permitRead | File::permitWrite));
+    Seen::must(file->write("0123456789", 10) == 10);
+    file->close();
+    for (const wchar_t* url :
+         {L"url", L"file://url?position=2", L"memory://name?position=3<<file://url", L"memory://<<url"}) {
+        const String name(url);
+        Seen::must(!name.isEmpty());
+        const auto archive = ArchiveFactory::openArchive(name);
+        Seen::must(!archive.isNull());
+        MD5Checksum checksum;
+        Seen::must(calcArchiveMd5(archive, checksum));
+        seen << archive->getArchiveSize() << archive->getPosition();
+        seen.made(checksum.convertToString());
+    }
+    String path, query;
+    const String url(L"path?query=1");
+    Seen::must(!url.isEmpty());
+    ArchiveFactory::parseUrl(url, path, query);
+    seen.made(path).made(query);
+}
+
+void ownFactory(Seen& seen)
+{
+    struct Factory : ArchiveFactory {
+        using ArchiveFactory::ArchiveFactory;
+        Handle_T<Archive> open(const String&) override { return MemoryFile::createInstance(); }
+    } factory(L"mine");
+    Seen::must(!factory.getArchiveType().isEmpty());
+    seen << ArchiveFactory::setUpArchiveFactory(&factory);
+    const String url(L"mine://x");
+    Seen::must(!url.isEmpty());
+    const auto archive = ArchiveFactory::openArchive(url);
+    ArchiveFactory::tearDownArchiveFactory(&factory);
+    Seen::must(!archive.isNull());
+    seen << ArchiveFactory::openArchive(url).isNull();
+}
+
+void memoryFile(Seen& seen)
+{
+    const auto file = MemoryFile::createInstance();
+    static const char bytes[10000] = "start";
+    const int written = file->write(bytes, sizeof bytes);
+    seen << (file->getArchiveSize() == std::max(written, 0));
+    Seen::must(written == sizeof bytes && file->setPosition(0) == 0);
+    char text[6] = "";
+    Seen::must(file->read(text, 5) == 5);
+    const Handle_T<MemoryFile> copy = new MemoryFile(*file);
+    Seen::must(copy->setPosition(10000) == 10000 && copy->write(bytes, 5000) == 5000);
+    seen << text << file->getArchiveSize() << copy->getArchiveSize();
+}
+
+void packets(Seen& seen)
+{
+    const auto wire = MemoryStream::createInstance();
+    PacketWriter writer;
+    writer.attach(wire);
+    for (const int size : {3, 9000, 1}) {
+        static const char bytes[9000] = "packet";
+        const auto body = MemoryStream::createInstance();
+        Seen::must(body->write(bytes, size) == size);
+        InputStream packet(body);
+        Seen::must(writer.write(packet));
+    }
+    PacketReader reader;
+    reader.attach(wire);
+    for (int i = 0; i < 4; ++i) {
+        InputStream packet;
+        reader >> packet;
+        seen << (packet.isNull() ? -1 : packet.available());
+    }
+}
+
+void directories(Seen& seen)
+{
+    const String base(L"base/"), below(L"below/it"), path(L"one/two"), one(L"one/");
+    Seen::must(!base.isEmpty() && !below.isEmpty() && !path.isEmpty() && !one.isEmpty());
+    createDirectory(below, base);
+    seen << isFileExists(L"below");
+    createDirectory(path, String()); // what could not be made is not there, and nothing else is
+    const auto file = File::createInstance();
+    Seen::must(
+        file->open(L"one/two/f.txt", File::writeOnly | File::create, File::permitRead | File::permitWrite));
+    file->close();
+    std::vector<String> names;
+    scanDirectories(one, names);
+    std::list<String> some;
+    const wchar_t* extensions[] = {L"txt", nullptr};
+    scanFiles(some, one, extensions, true);
+    Seen::mustNotHaveLogged();
+    seen << static_cast<double>(some.size()) << static_cast<double>(names.size());
+    for (const String& name : names)
+        seen.made(name);
+    for (const String& name : some)
+        seen.made(name);
+    const String here = getCurrentDirectory();
+    Seen::must(!here.isEmpty() && setCurrentDirectory(here));
+    seen.made(getAppName()).made(getAppPath());
+}
+
+const sweep::Scenario scenarios[] = {
+    {"binary format", "all operators", binary},
+    {"binary format", "a long text", longText},
+    {"streams", "MemoryStream", shortQueue},
+    {"streams", "MemoryStream that spills", spilledQueue},
+    {"streams", "append and pipes", joined},
+    {"streams", "MemoryFile", memoryFile},
+    {"files", "File", files},
+    {"files", "TempFile", temporary},
+    {"files", "directories", directories},
+    {"archives", "by URL", archives},
+    {"archives", "a factory", ownFactory},
+    {"packets", "write and read", packets},
+};
+
+} // namespace
+
+const std::span<const sweep::Scenario> sweep::streamScenarios = scenarios;
