@@ -1,11 +1,11 @@
 #include "DebugFiles.h"
 
+#include "OwnFile.h"
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <elfutils/libdwelf.h>
-#include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -49,7 +49,7 @@ int openLinkedFile(const char* modulePath, const char* link, std::string_view id
                           static_cast<int>(directory.size()), directory.data(), place.after, link);
         if (length < 0 || length >= PATH_MAX)
             continue;
-        const int file = open(candidate, O_RDONLY | O_CLOEXEC);
+        const int file = openToRead(candidate);
         if (file < 0)
             continue;
         if (hasBuildId(file, id) && (*foundPath = strdup(candidate)) != nullptr)
@@ -67,7 +67,7 @@ int findModuleFile(Dwfl_Module* module, void**, const char* name, Dwarf_Addr sta
         *elf = elf_memory(reinterpret_cast<char*>(start), end - start);
         return -1;
     }
-    const int file = open(name, O_RDONLY | O_CLOEXEC);
+    const int file = openToRead(name);
     if (file >= 0)
         *path = strdup(name);
     return file;
@@ -80,9 +80,10 @@ int findDebugFile(Dwfl_Module* module, void** data, const char* name, Dwarf_Addr
 {
     const std::string_view id = buildId(module);
     if (id.empty())
-        return dwfl_standard_find_debuginfo(module, data, name, start, path, link, linkChecksum, foundPath);
-    const int file =
-        dwfl_build_id_find_debuginfo(module, data, name, start, path, link, linkChecksum, foundPath);
+        return aboveStandardStreams(
+            dwfl_standard_find_debuginfo(module, data, name, start, path, link, linkChecksum, foundPath));
+    const int file = aboveStandardStreams(
+        dwfl_build_id_find_debuginfo(module, data, name, start, path, link, linkChecksum, foundPath));
     if (file >= 0 || path == nullptr || link == nullptr)
         return file;
     return openLinkedFile(path, link, id, foundPath);

@@ -1,8 +1,8 @@
 #include "ProcFile.h"
 
+#include "OwnFile.h"
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace orvi::debug {
@@ -24,7 +24,7 @@ ProcFile::ProcFile(pid_t task, const char* name, int flags)
 {
     char path[64];
     std::snprintf(path, sizeof path, "/proc/%d/%s", task, name);
-    _file = open(path, O_RDONLY | O_CLOEXEC | flags);
+    _file = openToRead(path, flags);
 }
 
 ProcFile::~ProcFile()
