@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -12,8 +13,12 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +30,21 @@ std::string contentOf(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/** As the system does at the limit of processes, from which the superuser is exempt. */
+void refuseProcesses()
+{
+    sock_filter steps[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(steps), steps};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        _exit(127);
 }
 
 /** A copy of the program in a directory of its own, where its reports come to lie. */
@@ -52,6 +72,8 @@ public:
                 const rlimit limit{mostFileBytes, mostFileBytes};
                 setrlimit(RLIMIT_FSIZE, &limit);
             }
+            if (!mayFork)
+                refuseProcesses();
             const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             if (dup2(file, 1) != 1 || dup2(file, 2) != 2)
                 _exit(127);
@@ -95,6 +117,7 @@ public:
     TempDirectory place;
     std::string libraries;    // where to look first
     rlim_t mostFileBytes = 0; // 0: any
+    bool mayFork = true;
     const char* zone = "UTC0";
     int status = 0;
     std::string said;
@@ -237,6 +260,24 @@ TEST_CASE("a loop goes on after what happens in a tick, and only the first leave
         CHECK(contains(scene.report(), "\nStacktrace:\n#1  0x"));
         CHECK(scene.files(".dmp").size() == 1);
     }
+}
+
+TEST_CASE("without a descriptor or a process left, reports are as complete as may be")
+{
+    Scene files;
+    files.run({"files"});
+    CHECK(files.signal() == SIGSEGV);
+    CHECK(isInOrder(files.report(), {"Cmd line: /", "writeNowhere (depth=1) at ", "\nLoaded modules:\n0x"}));
+    CHECK(contentOf(files.files(".dmp").at(0)).starts_with("MDMP"));
+
+    Scene processes;
+    processes.mayFork = false;
+    processes.run({"null"});
+    CHECK(processes.signal() == SIGSEGV);
+    CHECK(isInOrder(processes.report(),
+                    {"Cmd line: /", "Exception: ACCESS_VIOLATION\n\nRegisters:\neax=",
+                     "\nStacktrace:\n#1  0x", "in (unknown function)\n", "\n\nLoaded modules:\n0x"}));
+    CHECK(contentOf(processes.files(".dmp").at(0)).starts_with("MDMP"));
 }
 
 TEST_CASE("reports are called by the local time")

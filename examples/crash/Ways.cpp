@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -147,6 +148,13 @@ void faultOnManyThreads(int depth)
         thread.join();
 }
 
+void openTooManyFiles(int depth)
+{
+    while (open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0) {
+    }
+    writeNowhere(depth);
+}
+
 constexpr Way ways[] = {
     {"null", "writes to address 0", writeNowhere},
     {"values", "writes to address 0, among variables of every kind", showValues},
@@ -161,6 +169,7 @@ constexpr Way ways[] = {
     {"illegal", "runs an illegal instruction", runIllegalInstruction},
     {"noexcept", "throws out of a noexcept function", throwFromNoexcept},
     {"asked", "asks for a report, and goes on", askForReport},
+    {"files", "writes to address 0 when no more file can be opened", openTooManyFiles},
     {"many", "has faults on eight threads at once", faultOnManyThreads},
 };
 

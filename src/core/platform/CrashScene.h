@@ -36,6 +36,8 @@ std::size_t walkFramePointers(const void* registers, std::uintptr_t* addresses, 
 /** Calls `use` with the registers of this function itself. */
 void withRegisters(void (*use)(const void* registers));
 
+// Where no descriptor is left, opening takes one of FileReserve.h.
+
 inline constexpr int noFile = -1;
 /** Makes a file that only the user can read; noFile when it exists already, or cannot be made. */
 int createFile(const char* path);
@@ -43,6 +45,8 @@ int createFile(const char* path);
 int openFile(const char* path);
 bool writeFile(int file, const char* data, std::size_t size);
 void closeFile(int file);
+/** Whether the file, which openFile gave, ends with a line that is not complete. */
+bool endsInLine(int file);
 
 /** Runs `work` while the signals that a failing write sends are kept from the thread. */
 void withoutWriteSignals(void (*work)(void*), void* argument);
@@ -50,8 +54,13 @@ void withoutWriteSignals(void (*work)(void*), void* argument);
 void writeStandardError(const char* data, std::size_t size);
 
 /** Runs `work` in a child of the process, on a copy of everything, and waits for its end: what goes wrong there, or hangs,
-    does no harm here. False when it failed or was not done in time. */
-bool runInChild(void (*work)(void*), void* argument, unsigned int mostMillis);
+    does no harm here. Of the program's files the child has the standard streams and `file`, which may be noFile. */
+enum class ChildEnd {
+    Done,
+    Failed,    // or was not done in time
+    NotStarted // the system has no process left
+};
+ChildEnd runInChild(void (*work)(void*), void* argument, int file, unsigned int mostMillis);
 
 void sleepMillis(unsigned int millis);
 

@@ -7,6 +7,7 @@
 #include "Immortal.h"
 #include "platform/CrashScene.h"
 #include "platform/DebugModule.h"
+#include "platform/FileReserve.h"
 #include "platform/ThreadInfo.h"
 
 #include <algorithm>
@@ -20,7 +21,7 @@ namespace orvi {
 namespace {
 
 // This runs at the moment of the fault: the heap may be broken or locked, and so may everything of the C++ library. What is
-// used here is told in CrashScene.h; the text is made in a child, whose end is waited for no longer than this.
+// used here is told in CrashScene.h; names and values are found in a child, whose end is waited for no longer than this.
 constexpr unsigned int mostMillisForText = 10000;
 constexpr unsigned int mostMillisForReport = 3 * mostMillisForText;
 constexpr std::size_t maxFrames = 200;
@@ -205,14 +206,11 @@ struct TextWork {
     bool isOnCaller; // the first frame is ours
 };
 
-void writeText(void* argument)
+void writeStack(void* argument)
 {
     const auto& work = *static_cast<const TextWork*>(argument);
     TextFile& text = g_text;
     text.open(work.file);
-    printProcess(text, *work.fault);
-    text.print("\nStacktrace:\n");
-    text.flush();
     int skippedFrames = work.isOnCaller ? 1 : 0;
     if (work.fault->code == platform::thrownObject) {
         ThrowFinder finder;
@@ -243,7 +241,8 @@ void writeAddresses(int file, const platform::Fault& fault)
     static std::uintptr_t addresses[maxFrames];
     const std::size_t count = platform::walkFramePointers(fault.registers, addresses, maxFrames);
     g_text.open(file);
-    g_text.print("\n");
+    if (platform::endsInLine(file))
+        g_text.print("\n");
     for (std::size_t i = 0; i < count; ++i)
         g_text.print("#%zu  0x%08lx in (unknown function)\n", i + 1, addresses[i]);
     g_text.flush();
@@ -290,16 +289,25 @@ void writeReport(const char* reportPath, const char* dumpPath, const platform::F
     int report = platform::openFile(reportPath);
     if (report == platform::noFile)
         return;
+    g_text.open(report);
+    printProcess(g_text, fault);
+    g_text.print("\nStacktrace:\n");
+    g_text.flush();
     TextWork work{report, &fault, isOnCaller};
-    if (!platform::runInChild(writeText, &work, mostMillisForText))
+    if (platform::runInChild(writeStack, &work, report, mostMillisForText) != platform::ChildEnd::Done)
         writeAddresses(report, fault);
     static constexpr char heading[] = "\n\nLoaded modules:\n";
     platform::writeFile(report, heading, std::strlen(heading));
     const int dump = platform::openFile(dumpPath);
     if (dump != platform::noFile) {
+        while (
+            platform::releaseReservedFile()) { // without a child, the writer reads files of the system itself
+        }
         platform::DebugModule::writeDump(dump, isOnCaller ? nullptr : &fault);
         platform::closeFile(dump);
-        platform::runInChild(writeModules, &report, mostMillisForText);
+        if (platform::runInChild(writeModules, &report, report, mostMillisForText) ==
+            platform::ChildEnd::NotStarted)
+            writeModules(&report);
     }
     platform::closeFile(report);
 }
@@ -384,6 +392,7 @@ long crash_exception_filter(const platform::Fault* fault)
 
 bool prepareCrashReports() noexcept
 {
+    platform::reserveFiles();
     platform::guardFaults(filter);
     return platform::DebugModule::prepareThread();
 }

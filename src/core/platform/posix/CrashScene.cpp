@@ -1,8 +1,10 @@
 #include "../CrashScene.h"
 
+#include "../FileReserve.h"
 #include "GuardRecord.h"
 #include "SignalShield.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +13,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -20,10 +23,31 @@
 namespace orvi::platform {
 namespace {
 
+constexpr int firstNumber = 3; // those below belong to the standard streams, also when they are closed
+
+/** Whether another try may find a descriptor. */
+bool makesRoom(int error) { return (error == EMFILE || error == ENFILE) && releaseReservedFile(); }
+
+int openForReport(const char* path, int flags, mode_t mode = 0)
+{
+    int file = noFile;
+    do
+        file = open(path, flags | O_CLOEXEC, mode);
+    while (file == noFile && makesRoom(errno));
+    if (file == noFile || file >= firstNumber)
+        return file;
+    int moved = noFile;
+    do
+        moved = fcntl(file, F_DUPFD_CLOEXEC, firstNumber);
+    while (moved == noFile && makesRoom(errno));
+    close(file);
+    return moved;
+}
+
 /** The beginning of a file of the system, with a NUL behind it; gives its size. */
 std::size_t readBeginning(const char* path, char* target, std::size_t size)
 {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    const int file = openForReport(path, O_RDONLY);
     std::size_t count = 0;
     while (file != noFile && count < size - 1) {
         const ssize_t piece = read(file, target + count, size - 1 - count);
@@ -74,7 +98,14 @@ SystemVersion systemVersion()
     utsname name{};
     if (uname(&name) != 0)
         return version;
-    std::sscanf(name.release, "%d.%d.%d", &version.major, &version.minor, &version.build);
+    const char* digits = name.release; // as in 6.1.0-13-amd64
+    for (int* number : {&version.major, &version.minor, &version.build}) {
+        char* behind = nullptr;
+        *number = static_cast<int>(std::strtol(digits, &behind, 10));
+        if (*behind != '.')
+            break;
+        digits = behind + 1;
+    }
     std::snprintf(version.text, sizeof version.text, "%s %s %s", name.sysname, name.release, name.machine);
     return version;
 }
@@ -91,7 +122,7 @@ bool findSecondsEast(long& seconds, unsigned int mostMillis)
             _exit(1);
         *static_cast<long*>(answer) = local.tm_gmtoff;
     };
-    const bool isKnown = runInChild(ask, shared, mostMillis);
+    const bool isKnown = runInChild(ask, shared, noFile, mostMillis) == ChildEnd::Done;
     if (isKnown)
         seconds = *static_cast<const long*>(shared);
     munmap(shared, sizeof seconds);
@@ -153,9 +184,17 @@ void withRegisters(void (*use)(const void* registers))
     use(&here);
 }
 
-int createFile(const char* path) { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }
+int createFile(const char* path) { return openForReport(path, O_WRONLY | O_CREAT | O_EXCL, 0600); }
 
-int openFile(const char* path) { return open(path, O_RDWR | O_TRUNC | O_CLOEXEC); }
+int openFile(const char* path) { return openForReport(path, O_RDWR | O_TRUNC); }
+
+bool endsInLine(int file)
+{
+    struct stat status {};
+    char last = '\n';
+    return fstat(file, &status) == 0 && status.st_size > 0 &&
+           pread(file, &last, 1, status.st_size - 1) == 1 && last != '\n';
+}
 
 bool writeFile(int file, const char* data, std::size_t size)
 {
@@ -182,19 +221,35 @@ void closeFile(int file) { close(file); }
 
 void writeStandardError(const char* data, std::size_t size) { writeFile(STDERR_FILENO, data, size); }
 
-bool runInChild(void (*work)(void*), void* argument, unsigned int mostMillis)
+namespace {
+
+/** A child has no use for the program's files, and may need some where the program has no descriptor left. */
+void closeFilesBut(int kept)
+{
+    const auto number = static_cast<unsigned int>(std::max(kept, firstNumber - 1));
+    if (number > firstNumber)
+        close_range(firstNumber, number - 1, 0);
+    close_range(number + 1, ~0U, 0);
+}
+
+} // namespace
+
+ChildEnd runInChild(void (*work)(void*), void* argument, int file, unsigned int mostMillis)
 {
     // Not fork: that waits for the locks of the heap, which may be this very thread's.
     const pid_t child = _Fork();
+    if (child < 0)
+        return ChildEnd::NotStarted;
     if (child == 0) {
         for (const int signal : handledSignals)
             ::signal(signal, SIG_DFL);
+        closeFilesBut(file);
         work(argument);
         _exit(0);
     }
     constexpr unsigned int pauseMillis = 1;
     int status = -1;
-    for (unsigned int waited = 0; child > 0; waited += pauseMillis) {
+    for (unsigned int waited = 0;; waited += pauseMillis) {
         const pid_t ended = waitpid(child, &status, WNOHANG | __WALL);
         if (ended == child || (ended < 0 && errno != EINTR))
             break; // without a status where children are not waited for
@@ -205,7 +260,7 @@ bool runInChild(void (*work)(void*), void* argument, unsigned int mostMillis)
         }
         sleepMillis(pauseMillis);
     }
-    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? ChildEnd::Done : ChildEnd::Failed;
 }
 
 void sleepMillis(unsigned int millis)
