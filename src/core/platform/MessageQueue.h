@@ -1,13 +1,19 @@
 #pragma once
+#include <atomic>
+#include <deque>
 #include <functional>
+#include <mutex>
+#include <optional>
 
 namespace orvi::platform {
 
-/** The calling thread's queue of messages, which are closures that any thread posts. It is there as long as
-    at least one object of this class lives on the thread: one for each loop, where loops are nested. */
+/** The calling thread's queue of messages, which are closures that any thread posts. Put one on the stack for each loop:
+    where loops are nested, the outermost is the queue, also when a fault leaves the inner ones behind.
+
+    To make one takes no memory and cannot fail: a thread that has come so far gets its loop. */
 class MessageQueue {
 public:
-    MessageQueue();
+    MessageQueue() noexcept;
     ~MessageQueue();
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
@@ -19,8 +25,19 @@ public:
     /** Runs one message that waits for the calling thread. False, at once, when there is none. */
     static bool dispatch();
 
-    /** False when that thread has no queue. Any thread. */
+    /** False when that thread has no queue. Any thread. Throws std::bad_alloc with nothing changed. */
     static bool post(unsigned long threadId, std::function<void()> message);
+
+private:
+    using Messages = std::deque<std::function<void()>>;
+
+    std::mutex _mutex;
+    std::optional<Messages> _messages;      // the first message makes it
+    std::atomic<bool> _hasMessages = false; // the loop looks here before it takes the lock
+    bool _isOpen = true;
+    unsigned long _threadId = 0;   // kept: the child of a fork has another one
+    MessageQueue* _next = nullptr; // of the same bucket
+    const bool _isNested;
 };
 
 } // namespace orvi::platform

@@ -3,85 +3,83 @@
 #include "platform/ThreadInfo.h"
 #include "src/Immortal.h"
 
-#include <atomic>
-#include <deque>
-#include <map>
-#include <memory>
-#include <mutex>
+#include <cstddef>
 #include <utility>
 
 namespace orvi::platform {
 
 namespace {
 
-struct Queue {
-    const unsigned long threadId = currentThreadId(); // kept: the child of a fork has another one
-    std::mutex mutex;
-    std::deque<std::function<void()>> messages;
-    std::atomic<bool> hasMessages = false; // the loop looks here before it takes the lock
-    bool isOpen = true;
-    int loops = 0; // the own thread's alone
-};
-
-struct Queues {
+/** The queues whose threads have ids with the same remainder. */
+struct Bucket {
     std::mutex mutex; // before the mutex of a queue
-    std::map<unsigned long, std::shared_ptr<Queue>> byThread;
+    MessageQueue* first = nullptr;
 };
 
-Queues& queues()
+constexpr std::size_t bucketCount = 256;
+
+Bucket& bucketOf(unsigned long threadId)
 {
-    static Immortal<Queues> queues;
-    return *queues;
+    struct Buckets {
+        Bucket all[bucketCount];
+    };
+    static Immortal<Buckets> buckets;
+    return buckets->all[threadId % bucketCount];
 }
 
-thread_local Queue* t_queue = nullptr;
+thread_local MessageQueue* t_queue = nullptr;
 
 } // namespace
 
-MessageQueue::MessageQueue()
+MessageQueue::MessageQueue() noexcept
+    : _isNested(t_queue != nullptr)
 {
-    if (t_queue == nullptr) {
-        const auto queue = std::make_shared<Queue>();
-        Queues& all = queues();
-        const std::lock_guard guard(all.mutex);
-        all.byThread[queue->threadId] = queue;
-        t_queue = queue.get();
-    }
-    ++t_queue->loops;
+    if (_isNested)
+        return;
+    t_queue = this;
+    _threadId = currentThreadId();
+    Bucket& bucket = bucketOf(_threadId);
+    const std::lock_guard guard(bucket.mutex);
+    _next = std::exchange(bucket.first, this);
 }
 
 MessageQueue::~MessageQueue()
 {
-    close();
-    if (--t_queue->loops > 0)
+    if (_isNested)
         return;
-    const unsigned long threadId = std::exchange(t_queue, nullptr)->threadId;
-    Queues& all = queues();
-    decltype(all.byThread)::node_type last; // messages that nobody dispatched go without the lock
-    const std::lock_guard guard(all.mutex);
-    last = all.byThread.extract(threadId);
+    t_queue = nullptr;
+    Bucket& bucket = bucketOf(_threadId);
+    {
+        const std::lock_guard guard(bucket.mutex);
+        MessageQueue** place = &bucket.first;
+        while (*place != this)
+            place = &(*place)->_next;
+        *place = _next;
+    }
+    const std::lock_guard last(_mutex); // whoever found the queue before is done with it
 }
 
 bool MessageQueue::close()
 {
-    if (t_queue->loops > 1)
+    if (_isNested)
         return false;
-    const std::lock_guard guard(t_queue->mutex);
-    t_queue->isOpen = false;
+    const std::lock_guard guard(_mutex);
+    _isOpen = false;
     return true;
 }
 
 bool MessageQueue::dispatch()
 {
-    Queue* queue = t_queue;
-    if (queue == nullptr || !queue->hasMessages.load(std::memory_order_acquire))
+    MessageQueue* queue = t_queue;
+    if (queue == nullptr || !queue->_hasMessages.load(std::memory_order_acquire))
         return false;
     std::function<void()> message;
     {
-        const std::lock_guard guard(queue->mutex);
-        message = std::move(queue->messages.front());
-        queue->messages.pop_front();
-        queue->hasMessages.store(!queue->messages.empty(), std::memory_order_relaxed);
+        const std::lock_guard guard(queue->_mutex);
+        Messages& messages = *queue->_messages;
+        message = std::move(messages.front());
+        messages.pop_front();
+        queue->_hasMessages.store(!messages.empty(), std::memory_order_relaxed);
     }
     message();
     return true;
@@ -89,20 +87,21 @@ bool MessageQueue::dispatch()
 
 bool MessageQueue::post(unsigned long threadId, std::function<void()> message)
 {
-    std::shared_ptr<Queue> queue;
-    {
-        Queues& all = queues();
-        const std::lock_guard guard(all.mutex);
-        const auto found = all.byThread.find(threadId);
-        if (found == all.byThread.end())
-            return false;
-        queue = found->second;
-    }
-    const std::lock_guard guard(queue->mutex);
-    if (!queue->isOpen)
+    Bucket& bucket = bucketOf(threadId);
+    std::unique_lock bucketGuard(bucket.mutex);
+    MessageQueue* queue = bucket.first;
+    while (queue != nullptr && queue->_threadId != threadId)
+        queue = queue->_next;
+    if (queue == nullptr)
         return false;
-    queue->messages.push_back(std::move(message));
-    queue->hasMessages.store(true, std::memory_order_release);
+    const std::lock_guard guard(queue->_mutex); // from here on the queue cannot go
+    bucketGuard.unlock();
+    if (!queue->_isOpen)
+        return false;
+    if (!queue->_messages)
+        queue->_messages.emplace();
+    queue->_messages->push_back(std::move(message));
+    queue->_hasMessages.store(true, std::memory_order_release);
     return true;
 }
 
