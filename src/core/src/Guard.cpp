@@ -15,7 +15,7 @@ namespace orvi {
 namespace {
 
 /** Tells the log what is being handled. */
-void reportThrown()
+void tellLog()
 {
     try {
         throw;
@@ -27,6 +27,17 @@ void reportThrown()
         const std::type_info* type = abi::__cxa_current_exception_type();
         Log::error(L"System: a tick threw %s",
                    type != nullptr ? typeName(*type).getBuffer() : L"a foreign exception");
+    }
+}
+
+void reportThrown()
+{
+    try {
+        tellLog();
+    } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
+        throw;
+    } catch (...) {
+        // The report needs memory, and listeners of the log may throw: the loop shall go on without it.
     }
 }
 

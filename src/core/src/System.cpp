@@ -1,5 +1,6 @@
 #include <orvi/core/System.h>
 
+#include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>
 
 #include "CrashReporter.h"
@@ -9,7 +10,9 @@
 #include "platform/MessageQueue.h"
 #include "platform/ThreadInfo.h"
 
+#include <algorithm>
 #include <thread>
+#include <typeinfo>
 #include <utility>
 
 namespace orvi {
@@ -21,26 +24,31 @@ public:
     TaskStatus(System* owner, Task* started)
         : system(owner)
         , task(started)
+        , onlyRests(typeid(*started) == typeid(Yield))
     {}
 
     Unknown::Handle_T<System> system;
     Unknown::Handle_T<Task> task;
+    Unknown::Handle_T<TaskStatus> nextStopped;
     ETaskState state = TASK_RUNNING;
     unsigned int elapsed = 0; // gathered since the last onTick
     unsigned int sleepTime = 0;
+    const bool onlyRests; // it has no turn while there is work left
 };
 
 /** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
     the loop ends: what still waits runs then. */
 struct System::PostedClosures {
-    platform::MessageQueue queue;
+    System& system;
+    platform::MessageQueue queue{};
 
     ~PostedClosures()
     {
         bool dispatched = queue.close();
         while (dispatched)
-            runGuarded([](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
-                       &dispatched);
+            system.runStep(
+                [](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
+                &dispatched);
     }
 };
 
@@ -57,33 +65,98 @@ struct System::Pass {
 
 System::System()
     : _semaphore(Semaphore::createInstance())
+    , _exit([](void* system) { static_cast<System*>(system)->System::exit(); })
 {
     seedRandom();
 }
 
 System::~System() = default;
 
-bool System::advance(EState from, EState to) noexcept { return _state.compare_exchange_strong(from, to); }
+/** From a state to another one; whether a start is under way stays as it is. */
+bool System::advance(EState from, EState to) noexcept
+{
+    int present = _state.load();
+    do {
+        if ((present & ~underWay) != from)
+            return false;
+    } while (!_state.compare_exchange_weak(present, to | (present & underWay)));
+    return true;
+}
 
 bool System::load() { return advance(STATE_UNLOADED, STATE_LOADED); }
 
-void System::unload() { advance(STATE_STOPPING, STATE_UNLOADED); }
+/** Takes a load back that nobody has used. */
+void System::unreserve() noexcept { advance(STATE_LOADED, STATE_UNLOADED); }
+
+void System::unload()
+{
+    int stopped = STATE_STOPPING; // not while a start is under way: another thread would come in
+    _state.compare_exchange_strong(stopped, STATE_UNLOADED);
+}
+
+/** Runs one step of the system's life; false when something has left it, which has been handled then. */
+bool System::runStep(void (*step)(void*), void* argument)
+{
+    const int passes = _passes; // some, when a task turns the loop
+    struct Call {
+        System* system;
+        unsigned long code;
+    } call{this, runGuarded(step, argument)};
+    if (call.code == 0)
+        return true;
+    _passes = passes; // a fault leaves its pass without counting it down
+    runGuarded(
+        [](void* failed) {
+            const Call& told = *static_cast<const Call*>(failed);
+            told.system->onException(told.code);
+        },
+        &call);
+    return false;
+}
 
 void System::start()
 {
     const platform::FaultStack faultStack;
     prepareCrashReports();
     {
-        const PostedClosures posted; // there before the id: who sees that may post at once
+        const PostedClosures posted{*this}; // there before the id: who sees that may post at once
         _runThreadId = platform::currentThreadId();
-        if (!advance(STATE_LOADED, STATE_STARTING))
+        int loaded = STATE_LOADED;
+        if (!_state.compare_exchange_strong(loaded, STATE_STARTING | underWay))
             return;
-        if (init() && advance(STATE_INITIALISED, STATE_RUNNING))
-            run();
-        advance(STATE_RUNNING, STATE_STOPPING);
-        advance(STATE_INITIALISED, STATE_STOPPING);
+        turn();
     } // the last closures find the system still whole
-    exit();
+    leave();
+}
+
+/** From init to the end of the loop. */
+void System::turn()
+{
+    struct Attempt {
+        System* system;
+        bool isReady;
+    } attempt{this, false};
+    const bool isInOrder = runStep(
+        [](void* argument) {
+            Attempt& made = *static_cast<Attempt*>(argument);
+            made.isReady = made.system->init();
+        },
+        &attempt);
+    if (!isInOrder)
+        advance(STATE_STARTING, STATE_STOPPING);
+    else if (attempt.isReady && advance(STATE_INITIALISED, STATE_RUNNING))
+        runStep([](void* system) { static_cast<System*>(system)->run(); }, this);
+    advance(STATE_RUNNING, STATE_STOPPING);
+    advance(STATE_INITIALISED, STATE_STOPPING);
+}
+
+/** The end of a start. What an override of exit has not got to is done nevertheless: tasks would keep the system alive, and
+    an application would stay in its table. */
+void System::leave()
+{
+    if (!runStep([](void* system) { static_cast<System*>(system)->exit(); }, this) && !runStep(_exit, this))
+        runStep([](void* system) { static_cast<System*>(system)->System::exit(); }, this);
+    _state &= ~underWay;
 }
 
 void System::sleep(unsigned int ms) { _semaphore->wait(ms, true); }
@@ -100,29 +173,15 @@ bool System::init()
 
 void System::exit()
 {
-    for (auto* tasks : {&_tasks, &_newTasks}) {
-        // By index, and destroyed from a list of their own: the hooks may stop further tasks.
-        for (std::size_t i = 0; i < tasks->size(); ++i) {
-            TaskStatus* status = (*tasks)[i];
-            if (status->state != TASK_STOPPED)
-                status->task->stop();
-        }
-        std::vector<Handle_T<TaskStatus>>().swap(*tasks);
-    }
-    std::vector<Handle_T<TaskStatus>>().swap(_stoppedTasks);
+    stopAll(_tasks);
+    stopAll(_newTasks);
+    dropStopped();
 }
 
 void System::run()
 {
-    const int passes = _passes; // some, when a task turns the loop
-    while (getState() == STATE_RUNNING) {
-        const unsigned long code =
-            runGuarded([](void* system) { static_cast<System*>(system)->tick(); }, this);
-        if (code == 0)
-            continue;
-        _passes = passes; // a fault leaves its pass without counting it down
-        onException(code);
-    }
+    while (getState() == STATE_RUNNING)
+        runStep([](void* system) { static_cast<System*>(system)->tick(); }, this);
 }
 
 bool System::shutdown()
@@ -146,7 +205,8 @@ void System::tick()
 
 void System::onTick(unsigned int deltaMs)
 {
-    bool isIdle = true;
+    const bool hasWorkLeft = std::exchange(_hasWorkLeft, false);
+    bool isIdle = !hasWorkLeft;
     {
         const Pass pass(_passes);
         for (std::size_t i = 0; i < _tasks.size(); ++i) {
@@ -157,6 +217,8 @@ void System::onTick(unsigned int deltaMs)
             status->elapsed += deltaMs;
             const bool sleeps = status->state == TASK_SLEEPING;
             if (status->elapsed < (sleeps ? status->sleepTime : task->_tickTime))
+                continue;
+            if (hasWorkLeft && status->onlyRests)
                 continue;
             status->state = TASK_RUNNING;
             isIdle = false;
@@ -171,19 +233,59 @@ void System::onTick(unsigned int deltaMs)
         std::this_thread::yield();
 }
 
-void System::finishPass()
+/** Takes a task in, or throws and leaves all as it is. The next pass finds room for it. */
+void System::addTask(TaskStatus* status)
+{
+    const std::size_t most = _tasks.size() + _newTasks.size() + 1;
+    if (_tasks.capacity() < most)
+        _tasks.reserve(std::max(most, 2 * _tasks.capacity()));
+    _newTasks.push_back(status);
+}
+
+void System::addStopped(TaskStatus* status) noexcept
+{
+    if (_firstStopped.isNull())
+        _firstStopped = status;
+    else
+        _lastStopped->nextStopped = status;
+    _lastStopped = status;
+}
+
+void System::finishPass() noexcept
 {
     for (auto& status : _newTasks) {
         if (status->state != TASK_STOPPED)
             _tasks.push_back(std::move(status));
     }
     _newTasks.clear();
-    if (_stoppedTasks.empty())
+    if (_firstStopped.isNull())
         return;
     std::erase_if(_tasks, [](const auto& status) { return status->state == TASK_STOPPED; });
-    // Here stopped tasks are destroyed that nobody else holds; their destructors may start and stop others.
-    std::vector<Handle_T<TaskStatus>> stopped;
-    stopped.swap(_stoppedTasks);
+    dropStopped();
+}
+
+/** Stops the tasks of a list and empties it. */
+void System::stopAll(std::vector<Handle_T<TaskStatus>>& tasks)
+{
+    // By index, and destroyed from a list of their own: the hooks may stop further tasks.
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        TaskStatus* status = tasks[i];
+        Task* task = status->task;
+        if (status->state == TASK_STOPPED)
+            continue;
+        if (!runStep([](void* stopped) { static_cast<Task*>(stopped)->stop(); }, task) &&
+            task->_status == status)
+            task->leaveSystem();
+    }
+    std::vector<Handle_T<TaskStatus>>().swap(tasks);
+}
+
+/** Here stopped tasks are destroyed that nobody else holds; their destructors may start and stop others. */
+void System::dropStopped() noexcept
+{
+    Handle_T<TaskStatus> stopped = std::move(_firstStopped);
+    while (!stopped.isNull())
+        stopped = std::move(stopped->nextStopped);
 }
 
 void System::onException(unsigned long) {}
@@ -198,22 +300,36 @@ bool System::Task::start(System* system)
     if (state != STATE_INITIALISED && state != STATE_RUNNING)
         return false;
     const Handle_T<TaskStatus> status = new TaskStatus(system, this);
+    system->addTask(status);
     _status = status;
-    system->_newTasks.push_back(status);
-    if (init())
-        return true;
-    stop();
-    return false;
+    bool isWilling = false;
+    try {
+        isWilling = init();
+    } catch (...) {
+        stop();
+        throw;
+    }
+    if (!isWilling)
+        stop();
+    return isWilling;
 }
 
 void System::Task::stop()
 {
+    struct Leaving {
+        Task& task;
+        ~Leaving() { task.leaveSystem(); }
+    } const leaving{*this}; // also when exit throws
     exit();
+}
+
+void System::Task::leaveSystem() noexcept
+{
     if (_status == nullptr)
         return;
     TaskStatus* status = std::exchange(_status, nullptr);
-    status->system->_stoppedTasks.push_back(status);
     status->state = TASK_STOPPED;
+    status->system->addStopped(status);
 }
 
 bool System::Task::sleep(unsigned int ms)

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -64,15 +65,22 @@ Unknown::Handle_T<Thread> Thread::createInstance() { return new Thread; }
 
 bool Thread::start(System* system)
 {
-    if (system == nullptr || !system->load())
+    if (system == nullptr)
         return false;
-    const auto run = std::make_shared<Run>(system);
-    if (launch(run))
-        return true;
-    system->unload(); // changes something only if it was shut down meanwhile
+    try {
+        const auto run = std::make_shared<Run>(system);
+        if (!system->load())
+            return false;
+        if (launch(run))
+            return true;
+        system->unload(); // changes something only if it was shut down meanwhile
+    } catch (const std::bad_alloc&) {
+        // Nothing has been done.
+    }
     return false;
 }
 
+/** Throws std::bad_alloc with everything as it was before, the system's load included. */
 bool Thread::launch(const std::shared_ptr<Run>& run)
 {
     {
@@ -84,6 +92,9 @@ bool Thread::launch(const std::shared_ptr<Run>& run)
             run->worker = std::thread(&Thread::main, run);
         } catch (const std::system_error&) {
             return false;
+        } catch (const std::bad_alloc&) {
+            run->system->unreserve();
+            throw;
         }
         run->owner = this;
         _run = run;
@@ -117,10 +128,11 @@ void Thread::main(const std::shared_ptr<Run>& run)
     }
     run->started->signal();
     run->system->start();
-    run->system->unload();
     {
+        // In one step: whoever finds the system unloaded finds the thread idle, and the other way round.
         const MutexGuard guard(self->_mutex);
         self->_run.reset();
+        run->system->unload();
     }
     self.setNull();
 

@@ -77,8 +77,11 @@ __attribute__((no_sanitize("undefined"))) unsigned long runInGuard(void (*step)(
     } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
         throw;
     } catch (...) {
-        if (record.declined)
+        if (record.declined) {
+            if (record.outer != nullptr)
+                record.outer->declined = true; // which has not been asked: this record was on top
             throw;
+        }
         report();
         return thrownObject;
     }

@@ -26,7 +26,8 @@ enum ETaskState {
     The loop never blocks by itself: a Yield task, or System::sleep in a hook, gives time back. What a tick
     throws is reported in the log, handed to onException as a code, and the loop goes on. So it does after a
     fault of the hardware in a tick, with the locks that the tick held still locked; the first fault of a process
-    leaves a report (CrashReporter.h).
+    leaves a report (CrashReporter.h). What leaves init, run or exit is treated alike and ends this run alone: exit
+    is called in any case, and the base exit has its way after an override that did not get to it.
 
     Any thread may call getState, getRunThreadId, waken, shutdown, load and unload at any time; everything
     else belongs to the run thread. Times are unsigned milliseconds. */
@@ -48,14 +49,15 @@ public:
     /** Runs the whole life of the loop on the calling thread. Returns at once, having run nothing, unless it
         is loaded. */
     void start();
-    /** Makes a stopping system ready for another load; does nothing in any other state. */
+    /** Makes a stopping system ready for another load; does nothing in any other state, nor before start has
+        come to its end. */
     void unload();
     /** Blocks the run thread until the time is over, waken or shutdown; takes all wake-ups that have
         gathered. */
     void sleep(unsigned int ms);
     void waken();
 
-    EState getState() const noexcept { return _state.load(); }
+    EState getState() const noexcept { return static_cast<EState>(_state.load() & ~underWay); }
     /** The id of the thread that called start; 0 before. What postToThread wants. */
     unsigned long getRunThreadId() const noexcept { return _runThreadId.load(); }
 
@@ -74,7 +76,9 @@ public:
     /** One pass: every task that is due gets its onTick. `deltaMs` is the time since the last pass, 0 in the
         first. */
     virtual void onTick(unsigned int deltaMs);
-    /** Called after a tick that threw (0xE06D7363) or had a fault (0xC0000005 and others), on the run thread. */
+    /** Called after a tick that threw (0xE06D7363) or had a fault (0xC0000005 and others), on the run thread. So it
+        is after an init, a run or an exit that did, and after the stop of a task at the end. What leaves it is
+        reported and goes no further. */
     virtual void onException(unsigned long code);
 
 protected:
@@ -82,23 +86,39 @@ protected:
     ~System() override;
 
 private:
+    friend class AppBox;
+    friend class Thread;
+
     struct PostedClosures;
     struct Pass;
+    class TaskStatus; // one start of one task
+
+    static constexpr int underWay = 8; // beside the state from the begin of start to its end
 
     bool advance(EState from, EState to) noexcept;
-    void finishPass();
+    void unreserve() noexcept;
+    bool runStep(void (*step)(void*), void* argument);
+    void turn();
+    void leave();
+    void addTask(TaskStatus* status);
+    void addStopped(TaskStatus* status) noexcept;
+    void finishPass() noexcept;
+    void stopAll(std::vector<Unknown::Handle_T<TaskStatus>>& tasks);
+    void dropStopped() noexcept;
 
-    std::atomic<EState> _state = STATE_UNLOADED;
+    std::atomic<int> _state = STATE_UNLOADED; // with underWay
     std::atomic<unsigned long> _runThreadId = 0;
     Unknown::Handle_T<Semaphore> _semaphore;
     bool _firstTick = false;
     unsigned int _lastTime = 0; // getTimeTick of the last pass
     int _passes = 0;            // passes under way: more than one when a task turns the loop itself
+    bool _hasWorkLeft = false;  // the next pass shall not rest, but go on where work was left
+    void (*_exit)(void*);       // what the library's own class does in exit; gets the System
 
-    class TaskStatus;                                     // one start of one task
     std::vector<Unknown::Handle_T<TaskStatus>> _newTasks; // started since the last pass
-    std::vector<Unknown::Handle_T<TaskStatus>> _tasks;    // in order of starting
-    std::vector<Unknown::Handle_T<TaskStatus>> _stoppedTasks;
+    std::vector<Unknown::Handle_T<TaskStatus>> _tasks;    // in order of starting, with room for the new ones
+    Unknown::Handle_T<TaskStatus> _firstStopped;          // a linked list: to stop a task takes no memory
+    TaskStatus* _lastStopped = nullptr;
 };
 
 /** Work that a System does bit by bit: override the hooks init, exit and onTick.
@@ -108,10 +128,11 @@ private:
 class ORVI_API System::Task : public virtual Unknown {
 public:
     /** False when `system` is null or takes no tasks (states 3 and 4 do), when the task is started already,
-        or when init refuses. The first onTick comes with the next pass at the earliest. */
+        or when init refuses. The first onTick comes with the next pass at the earliest. Where memory is short it
+        throws std::bad_alloc and has done nothing; what init throws passes on when the task has been stopped. */
     virtual bool start(System* system);
-    /** Calls exit, in every case, and takes the task out of its system. A task may stop itself or any other.
-     */
+    /** Calls exit, in every case, and takes the task out of its system, also when exit throws. A task may stop
+        itself or any other. Takes no memory. */
     virtual void stop();
     /** No onTick for `ms` milliseconds, counted from the last one; false when not started. */
     virtual bool sleep(unsigned int ms);
@@ -136,6 +157,8 @@ protected:
 
 private:
     friend class System;
+
+    void leaveSystem() noexcept;
 
     System::TaskStatus* _status = nullptr; // held by the system's lists
     unsigned int _tickTime = 0;

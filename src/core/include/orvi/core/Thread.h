@@ -15,8 +15,9 @@ public:
     static Unknown::Handle_T<Thread> createInstance();
 
     /** Starts `system` and returns as soon as its thread runs, whatever state the system has reached by then.
-        False when `system` is null or not unloaded, when this thread is busy, or when the operating system
-        gives no thread; a system that was loaded for nothing stays so. */
+        False when `system` is null or not unloaded, when this thread is busy, when the operating system gives no
+        thread, or when memory is short. A system that was loaded for a busy thread, or for one that the operating
+        system did not give, stays so; without memory it is left as it was. */
     virtual bool start(System* system);
     /** Shuts the system down and waits for the end of its thread; always true. At once when idle. On the
         thread itself it asks only: that cannot wait for its own end. */
