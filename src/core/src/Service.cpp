@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace orvi {
@@ -147,7 +148,11 @@ bool report(ServiceState state, unsigned int controls, unsigned long exitCode, u
             unsigned int waitHintMs)
 {
     g_state = state;
-    return ServiceLink::report({state, controls, exitCode, checkPoint, waitHintMs});
+    try {
+        return ServiceLink::report({state, controls, exitCode, checkPoint, waitHintMs});
+    } catch (const std::bad_alloc&) { // like a manager that does not hear: the service ends in order
+        return false;
+    }
 }
 
 void setShutdown()
@@ -259,7 +264,12 @@ int serviceInitialize(const wchar_t* name, void* threadFunction)
     }
     if (threadFunction == nullptr || !ServiceLink::isOpen() || g_taken.exchange(true))
         return 0;
-    exitService(runService(reinterpret_cast<Body>(threadFunction)));
+    try {
+        exitService(runService(reinterpret_cast<Body>(threadFunction)));
+    } catch (const std::bad_alloc&) { // from before the body began
+        g_taken = false;
+        throw;
+    }
     if (g_registered.exchange(false))
         g_stopRequests.stop();
     return 1;

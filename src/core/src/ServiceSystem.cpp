@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <new>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -32,12 +34,14 @@ enum LaunchFlag { undecided = 0, systemReady = 1, noSystem = 2 };
     launch only. */
 class Arguments {
 public:
-    void set(int argc, const char* const* argv)
+    Arguments() = default;
+    Arguments(int argc, const char* const* argv)
     {
-        _texts.clear();
-        _pointers.clear();
-        for (int i = 0; i < argc; ++i)
+        for (int i = 0; i < argc; ++i) {
             _texts.push_back(StringHelper::utf8ToWide(argv[i]));
+            if (_texts.back().isEmpty() && *argv[i] != 0)
+                throw std::bad_alloc();
+        }
         for (const String& text : _texts)
             _pointers.push_back(text);
         _pointers.push_back(nullptr);
@@ -123,12 +127,34 @@ void decide(std::atomic<int>& flag, LaunchFlag decision)
 
 const wchar_t* ServiceSystem::getClassTimestamp() const { return Unknown::getClassTimestamp(); }
 
+/** The end of a launch, also of one that an exception ends on its way: then the system has not run. */
+struct ServiceSystem::Launched {
+    const Handle_T<ServiceSystem>& system;
+    bool isLoaded = false;
+    bool isWatching = false;
+
+    ~Launched()
+    {
+        if (isLoaded) {
+            system->unreserve();
+            system->unload();
+        }
+        decide(_launch_flag, noSystem);
+        if (isWatching)
+            g_endRequests.stop();
+        Handle_T<ServiceSystem> last;
+        const MutexGuard guard(_mutex);
+        last = std::move(_hSystem);
+    } // the system goes without the lock
+};
+
 int ServiceSystem::launch(int argc, const char* const* argv, const Handle_T<ServiceSystem>& system,
                           const String& version)
 {
     const bool isHosted = platform::ServiceLink::isOpen(); // also clears the environment, before any thread
+    Arguments given(argc, argv);
     _launch_flag = undecided;
-    arguments().set(argc, argv);
+    arguments() = std::move(given); // the texts stay where they are
     _argc = argc;
     _argv = arguments().pointers();
     _version = version;
@@ -136,32 +162,28 @@ int ServiceSystem::launch(int argc, const char* const* argv, const Handle_T<Serv
         const MutexGuard guard(_mutex);
         _hSystem = system;
     }
-    const bool loaded = system != nullptr && system->load();
-    const bool watching = g_endRequests.start({SIGINT, SIGTERM}, &ServiceSystem::signal);
-    decide(_launch_flag, loaded ? systemReady : noSystem);
-    if (loaded) {
-        bool hosted = false;
-        if (isHosted) {
+    Launched launched{system};
+    launched.isLoaded = system != nullptr && system->load();
+    launched.isWatching = g_endRequests.start({SIGINT, SIGTERM}, &ServiceSystem::signal);
+    decide(_launch_flag, launched.isLoaded ? systemReady : noSystem);
+    if (!launched.isLoaded)
+        return 1;
+    bool hosted = false;
+    if (isHosted) {
+        try {
             const StopWatch stop;
             hosted = serviceInitialize(_systemName, reinterpret_cast<void*>(+[](void*) {
                                            runSystem();
                                            stopService(); // also when it ended by itself
                                        })) != 0;
+        } catch (const std::system_error& error) {
+            Log::error(L"A service needs a thread: %S", error.what());
+            return 1;
         }
-        if (!hosted)
-            runSystem();
-        system->unload();
     }
-    decide(_launch_flag, noSystem);
-    if (watching)
-        g_endRequests.stop();
-    Handle_T<ServiceSystem> last;
-    {
-        const MutexGuard guard(_mutex);
-        last = _hSystem;
-        _hSystem.setNull();
-    } // the system goes without the lock
-    return loaded ? 0 : 1;
+    if (!hosted)
+        runSystem();
+    return 0;
 }
 
 void ServiceSystem::runSystem() { getSystem()->start(); }
@@ -189,7 +211,11 @@ bool ServiceSystem::shutdownSystem()
 
 void ServiceSystem::signal(int code)
 {
-    Log::warning(L"%s", meaningOf(code));
+    try {
+        Log::warning(L"%s", meaningOf(code));
+    } catch (const std::bad_alloc&) {
+        // The request counts, also without its line.
+    }
     shutdownSystem();
 }
 

@@ -86,6 +86,7 @@ bool SignalWatch::start(std::initializer_list<int> signals, Handler handler)
     }
     _state->handler = handler;
     _state->ending = false;
+    _state->former.reserve(signals.size()); // nothing may fail behind the thread
     try {
         _state->thread = std::thread(&State::run, _state);
     } catch (const std::system_error& error) {

@@ -6,12 +6,12 @@
 #include <orvi/core/System.h>
 #include <orvi/core/Thread.h>
 
-#include <atomic>
-#include <map>
+#include <memory>
 
 namespace orvi {
 
 class App;
+class AppClients;
 
 /** One end of a two-way channel of texts. On the wire a text is UTF-8 in the binary form of a string. Each
     read and each write moves a whole text under the lock of its side. */
@@ -20,11 +20,20 @@ public:
     static Unknown::Handle_T<AppPipe> createInstance(Input* input, const SharedPtr<Mutex>& inputMutex,
                                                      Output* output, const SharedPtr<Mutex>& outputMutex);
 
-    /** One text, if one is there. False, with a failure in the log, also for bytes that are none. */
+    /** One text, if one is there. False, with a failure in the log, also for bytes that are none, and for a text
+        that finds no memory: that text is lost, those behind it are whole. */
     bool read(String& text);
+    /** False, with a failure in the log, when the output does not take the text or memory is short. */
     bool write(const String& text);
 
 private:
+    friend class AppBox;
+    friend class AppClients;
+
+    void readBody(int size, String& text);
+    bool tell(const char* word);
+    bool send(const char* bytes, int size);
+
     AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* output,
             const SharedPtr<Mutex>& outputMutex);
     ~AppPipe() override = default;
@@ -47,7 +56,12 @@ private:
         box     $NOTHING                the text was no command
         box     $BYE                    the pipe has left or the box ends; always the last
 
-    A text is answered in the box's next pass, so the latency is that of its loop. */
+    A text is answered in the box's next pass, so the latency is that of its loop. Pipes that have many texts are
+    served in turns. A pass serves for some 10 ms at most, then the tasks get their turn; where texts are left the
+    next pass comes at once, and a Yield waits until there are none. A shutdown ends the serving: what waits behind
+    it is not answered.
+
+    A command may turn the loop itself, in which further commands are served, its own client's too; 16 deep. */
 class ORVI_API AppBox : public System {
 public:
     static Unknown::Handle_T<AppBox> createInstance(const String& appName, const String& parameters);
@@ -57,7 +71,8 @@ public:
     const String& getParameters() const noexcept { return _parameters; }
 
     /** Ask for a pipe to be served, and no longer. Any thread; carried out at the start of the next pass, or
-        at the end of the box. A pipe added after that waits until the box is started again. */
+        at the end of the box. A pipe added after that waits until the box is started again. addPipe takes what
+        memory it needs or throws std::bad_alloc; removePipe takes none. */
     void addPipe(AppPipe* pipe);
     void removePipe(AppPipe* pipe);
 
@@ -76,22 +91,16 @@ protected:
     ~AppBox() override;
 
 private:
-    using Pipes = std::map<AppPipe*, Unknown::Handle_T<AppPipe>>;
+    static constexpr int mostCommands = 16;
 
-    void addPipes();
-    void removePipes();
+    bool serve();
+    void endCommands(int depth);
 
     String _appName;
     String _parameters;
-    Pipes _pipes;                  // served; the run thread's alone
-    AppPipe* _answering = nullptr; // whose command is under way
-
-    // Taken before the locks of the pipes.
-    Mutex _addMutex;
-    Pipes _addedPipes;
-    Mutex _removeMutex;
-    Pipes _removedPipes;
-    std::atomic<bool> _pipesChange = false; // something waits in the two maps
+    std::unique_ptr<AppClients> _clients;
+    Unknown::Handle_T<AppPipe> _answering[mostCommands]; // whose commands are under way, the innermost last
+    int _commandCount = 0;
 };
 
 /** A client's ticket to a box: a pair of pipes of its own. It may outlive the box. */
@@ -125,7 +134,7 @@ ORVI_API void tearDownApp(const wchar_t* name);
 
 /** Makes a box with the factory `factoryName`, starts it on a thread of its own and enters it under its name,
     in place of an earlier one of that name, which goes on running. Gives a client of the box, which lives on
-    without it; null on failure. */
+    without it; null on failure, also for want of memory, and then nothing is left of it. */
 ORVI_API Unknown::Handle_T<App> startApp(const wchar_t* factoryName, const wchar_t* appName,
                                          const wchar_t* parameters);
 /** A new client of the running box `appName`; null when there is none. */
@@ -134,6 +143,6 @@ ORVI_API Unknown::Handle_T<App> getApp(const wchar_t* appName);
     nothing. */
 ORVI_API void exitApp(App* app);
 
-// At the end of the process every box that still runs is shut down.
+// At the end of the process every box that still runs is shut down: all are asked, then each is waited for.
 
 } // namespace orvi

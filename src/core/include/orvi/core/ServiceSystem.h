@@ -27,7 +27,8 @@ public:
 
     /** Runs `system` on this thread, or, where a service manager started the process, as the service of the
         system's name on a thread of the service's own. Until it has ended, SIGINT and SIGTERM go to `signal`,
-        or to the service. 0 when the system has run, 1 when there was none or it could not be loaded.
+        or to the service. 0 when the system has run, 1 when there was none or it could not be loaded. Throws
+        std::bad_alloc, with the system as it was, when memory is short.
 
         For the start of main, on its thread and once at a time. `argv` is UTF-8. The loop itself keeps the
         service manager's watchdog content, where there is one: a loop that hangs does not. */
@@ -59,6 +60,8 @@ protected:
     ~ServiceSystem() override = default;
 
 private:
+    struct Launched;
+
     static void runSystem();
 
     static int _argc;

@@ -87,6 +87,7 @@ protected:
 
 private:
     friend class AppBox;
+    friend class ServiceSystem;
     friend class Thread;
 
     struct PostedClosures;
