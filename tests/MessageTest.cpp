@@ -463,6 +463,37 @@ TEST_CASE("a handler may keep its message, and take itself out")
     CHECK(kept->times == 5);
     CHECK(kept->getReferenceCount() == 1);
     kept.setNull();
+
+    // Nor does a callback of a kind of its own die under its own feet.
+    static bool isThere = true;
+    class Leaver : public orvi::CallbackBase<void, Message*> {
+    public:
+        explicit Leaver(std::function<void()> leave)
+            : _leave(std::move(leave))
+        {}
+        ~Leaver() override { isThere = false; }
+        void operator()(Message*) override
+        {
+            isThere = true;
+            _leave();
+            CHECK(isThere);
+        }
+        String getKey() override { return L"leaver"; }
+
+    private:
+        std::function<void()> _leave;
+    };
+    const auto id = Greeting::getClassId_();
+    orvi::MessageDispenser<void> dispenser;
+    dispenser +=
+        {id, orvi::CallbackHandler<void, Message*>(new Leaver([&] { dispenser.clearMessageHandler(); }))};
+    dispenser.dispatchMessage(makeGreeting(L"a"));
+    CHECK_FALSE(isThere);
+    reader += {id, [] { return Handle_T<Message>(Greeting::createInstance()); },
+               orvi::CallbackHandler<void, Message*>(new Leaver([] { reader.clearMessageParser(); }))};
+    InputStream other(ByteIO::create(packageOf(*makeGreeting(L"a"))));
+    CHECK(reader.analyse(other));
+    CHECK_FALSE(isThere);
 }
 
 TEST_CASE("pop takes one message of any class, and never throws")

@@ -266,6 +266,19 @@ TEST_CASE("callbacks call their target and are equal by target")
     CHECK(null < function);
     CHECK(null.isNull());
     CHECK((function < method) != (method < function));
+    // By the order of their keys, which nobody has to make for it.
+    using Base = orvi::CallbackBase<void, unsigned int>;
+    using Method = orvi::CallbackClassReference<void, unsigned int, Counter, unsigned int>;
+    const Handle_T<Base> all[] = {
+        new Method(&one, &Counter::count), new Method(&two, &Counter::count),
+        new Method(&one, &Counter::countTwice),
+        new orvi::CallbackFunction<void, unsigned int, unsigned int>(&countGlobally)};
+    for (const auto& a : all) {
+        for (const auto& b : all) {
+            CHECK((Handler(a) < Handler(b)) == (a->getKey() < b->getKey()));
+            CHECK((Handler(a) == Handler(b)) == (a->getKey() == b->getKey()));
+        }
+    }
     Handler copy(method);
     copy.setNull();
     CHECK(copy == null);
@@ -411,6 +424,45 @@ TEST_CASE("handlers that come and go during a walk")
     }
 }
 
+TEST_CASE("callbacks that are known by their keys alone stand among the others")
+{
+    String log;
+    class Named : public orvi::CallbackBase<void, const Event*> {
+    public:
+        Named(String& writtenTo, const wchar_t* name)
+            : _log(writtenTo)
+            , _name(name)
+        {}
+        void operator()(const Event*) override { _log += _name; }
+        String getKey() override { return _name; }
+
+    private:
+        String& _log;
+        String _name;
+    };
+    const auto named = [&](const wchar_t* name) {
+        return EventHandler(DoorEvent::getClassId_(), EventHandler::Callback(new Named(log, name)));
+    };
+    Witness a(log, L'a');
+    EventDispenser doors;
+    const auto send = [&] { doors.sendEvent(DoorEvent::createInstance()); };
+    doors += named(L"1");
+    doors += a.handler();
+    doors += named(L"2");
+    doors += named(L"1");
+    doors += a.handler();
+    send();
+    CHECK(log == L"1a2");
+    doors -= named(L"1");
+    doors -= named(L"3");
+    send();
+    CHECK(log == L"1a2a2");
+    doors -= a.handler();
+    doors -= named(L"2");
+    send();
+    CHECK(log == L"1a2a2");
+}
+
 TEST_CASE("copies of a dispenser share the lists that they have")
 {
     String log;
@@ -422,6 +474,14 @@ TEST_CASE("copies of a dispenser share the lists that they have")
     copy += EventHandler::of<FrontDoorEvent>(&c, &Witness::onEvent);
     doors.sendEvent(DoorEvent::createInstance());
     doors.sendEvent(FrontDoorEvent::createInstance());
+    CHECK(log == L"ab");
+    // A class has a list as long as somebody is in it, so that those who share an empty one share no more.
+    doors -= a.handler();
+    doors -= b.handler();
+    copy -= b.handler(); // which is not there any more
+    EventDispenser third(copy);
+    copy += a.handler();
+    third.sendEvent(DoorEvent::createInstance());
     CHECK(log == L"ab");
     const EventDispenser moved(std::move(copy));
     copy.sendEvent(DoorEvent::createInstance());

@@ -1,27 +1,42 @@
 #include <orvi/core/Callback.h>
 
-#include <cstdint>
-#include <cstring>
+#include <new>
 
 namespace orvi {
 
-String makeCallbackKey(const void* target, const void* method, unsigned int methodSize)
+String CallbackAddress::getKey() const
 {
     String key;
-    if (method == nullptr) {
-        key.format(L"%p", target);
+    if (_kind == Kind::Unknown)
         return key;
-    }
-    // A pointer to a method is an address and an offset to `this`: both tell methods apart.
-    std::uintptr_t words[2] = {};
-    std::memcpy(words, method, methodSize < sizeof words ? methodSize : sizeof words);
-    key.format(L"%p@%p", target, reinterpret_cast<const void*>(words[0]));
-    if (words[1] != 0) {
-        String adjustment;
-        adjustment.format(L"+%p", reinterpret_cast<const void*>(words[1]));
-        key += adjustment;
-    }
+    const auto address = [](std::uintptr_t word) { return reinterpret_cast<const void*>(word); };
+    if (_kind == Kind::Function)
+        key.format(L"%p", address(_target));
+    else if (_adjustment == 0)
+        key.format(L"%p@%p", address(_target), address(_method));
+    else
+        key.format(L"%p@%p+%p", address(_target), address(_method), address(_adjustment));
+    if (key.isEmpty())
+        throw std::bad_alloc();
     return key;
+}
+
+std::size_t CallbackAddress::getHash() const noexcept
+{
+    // Objects and functions lie apart by powers of two: each word gives all of its bits to the result.
+    constexpr std::size_t factor = 0x9E3779B97F4A7C15; // of no pattern, odd
+    std::size_t hash = 0;
+    for (const std::size_t word : {_target, _method, _adjustment}) {
+        hash = (hash ^ word) * factor;
+        hash ^= hash >> 32;
+    }
+    return hash;
+}
+
+String makeCallbackKey(const void* target, const void* method, unsigned int methodSize)
+{
+    return method == nullptr ? CallbackAddress(target).getKey()
+                             : CallbackAddress(target, method, methodSize).getKey();
 }
 
 } // namespace orvi

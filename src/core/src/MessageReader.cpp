@@ -23,11 +23,12 @@ void MessageParser::parser(InputStream& stream) const
 {
     if (isNull())
         THROW_EXCEPTION(-1, L"MessageParser::parser: the parser is null");
+    const Callback called = _callback; // which may take this parser out of its reader and destroy it
     const Unknown::Handle_T<Message> message = _creator();
     if (message.isNull())
         THROW_EXCEPTION(-1, L"MessageParser::parser: the creator makes no message");
     message->importFrom(stream);
-    _callback(message); // may take this parser out of its reader: do not touch it below
+    called(message);
 }
 
 bool MessageReader::installMessageParser(const MessageParser& parser)

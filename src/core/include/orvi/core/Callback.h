@@ -3,9 +3,51 @@
 #include <orvi/core/String.h>
 #include <orvi/core/Unknown.h>
 
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace orvi {
+
+/** Where a callback leads: to a function, or to a method of an object. Compares as the keys that are made of
+    it do, without making them. */
+class ORVI_API CallbackAddress {
+public:
+    /** Leads nowhere that is known. */
+    CallbackAddress() noexcept = default;
+    explicit CallbackAddress(const void* function) noexcept
+        : _target(reinterpret_cast<std::uintptr_t>(function))
+        , _kind(Kind::Function)
+    {}
+    /** `method` points to a pointer to a method, of `methodSize` bytes. */
+    CallbackAddress(const void* object, const void* method, unsigned int methodSize) noexcept
+        : _target(reinterpret_cast<std::uintptr_t>(object))
+        , _kind(Kind::Method)
+    {
+        std::uintptr_t words[2] = {};
+        std::memcpy(words, method, methodSize < sizeof words ? methodSize : sizeof words);
+        _method = words[0];
+        _adjustment = words[1];
+    }
+
+    bool isKnown() const noexcept { return _kind != Kind::Unknown; }
+    /** The addresses as text. Throws std::bad_alloc when that cannot be made: all such texts would be equal. */
+    String getKey() const;
+    std::size_t getHash() const noexcept;
+
+    friend auto operator<=>(const CallbackAddress& a, const CallbackAddress& b) noexcept = default;
+
+private:
+    enum class Kind : unsigned char { Unknown, Function, Method };
+
+    // In this order they compare as the texts do.
+    std::uintptr_t _target = 0;
+    Kind _kind = Kind::Unknown;
+    std::uintptr_t _method = 0;
+    std::uintptr_t _adjustment = 0; // of `this`: a pointer to a method is an address and this
+};
 
 /** What a CallbackHandler holds: something to call that has an identity. */
 template <class R, class A>
@@ -14,9 +56,13 @@ public:
     virtual R operator()(A argument) = 0;
     /** The target's addresses as text: equal for equal targets, within one process. */
     virtual String getKey() = 0;
+    /** The same as it stands, equal exactly when the keys are: a kind of callback that tells it is compared and
+        found fast. Here it is unknown, and the key counts. */
+    virtual CallbackAddress getAddress() const { return {}; }
 };
 
-/** Formats the addresses of a callback's target; `method` is null for a plain function. */
+/** Formats the addresses of a callback's target; `method` is null for a plain function. Throws std::bad_alloc
+    when there is no memory for the text. */
 ORVI_API String makeCallbackKey(const void* target, const void* method, unsigned int methodSize);
 
 /** A plain function. Its parameter type F may differ from A, as long as A converts to it. */
@@ -31,8 +77,12 @@ public:
     String getKey() override
     {
         if (_key.isEmpty())
-            _key = makeCallbackKey(reinterpret_cast<const void*>(_function), nullptr, 0);
+            _key = getAddress().getKey();
         return _key;
+    }
+    CallbackAddress getAddress() const override
+    {
+        return CallbackAddress(reinterpret_cast<const void*>(_function));
     }
 
 private:
@@ -53,9 +103,10 @@ public:
     String getKey() override
     {
         if (_key.isEmpty())
-            _key = makeCallbackKey(_object, &_method, sizeof _method);
+            _key = getAddress().getKey();
         return _key;
     }
+    CallbackAddress getAddress() const override { return {_object, &_method, sizeof _method}; }
 
 private:
     String _key;
@@ -70,7 +121,8 @@ private:
 
         CallbackHandler<void, unsigned> handler(&clock, &Clock::advance);
 
-    Two threads may not compare the same fresh handler at the same time: the key is made on first use. */
+    Two threads may compare the same handler at the same time if its callback tells its address, as those of
+    this header do. */
 template <class R, class A>
 class CallbackHandler {
 public:
@@ -99,17 +151,31 @@ public:
     bool isNull() const noexcept { return _callback.isNull(); }
     void setNull() noexcept { _callback.setNull(); }
 
+    /** Unknown for the null handler, too. */
+    CallbackAddress getAddress() const
+    {
+        return _callback.isNull() ? CallbackAddress() : _callback->getAddress();
+    }
+
     friend bool operator==(const CallbackHandler& a, const CallbackHandler& b)
     {
         return static_cast<CallbackBase<R, A>*>(a._callback) ==
                    static_cast<CallbackBase<R, A>*>(b._callback) ||
-               a.key() == b.key();
+               compare(a, b) == 0;
     }
     friend bool operator!=(const CallbackHandler& a, const CallbackHandler& b) { return !(a == b); }
-    friend bool operator<(const CallbackHandler& a, const CallbackHandler& b) { return a.key() < b.key(); }
-    friend bool operator>(const CallbackHandler& a, const CallbackHandler& b) { return b.key() < a.key(); }
+    /** By key: of no meaning, and for this process alone. */
+    friend bool operator<(const CallbackHandler& a, const CallbackHandler& b) { return compare(a, b) < 0; }
+    friend bool operator>(const CallbackHandler& a, const CallbackHandler& b) { return b < a; }
 
 private:
+    static std::strong_ordering compare(const CallbackHandler& a, const CallbackHandler& b)
+    {
+        const CallbackAddress first = a.getAddress(), second = b.getAddress();
+        if (first.isKnown() && second.isKnown())
+            return first <=> second;
+        return a.key().compare(b.key()) <=> 0;
+    }
     String key() const { return _callback.isNull() ? String() : _callback->getKey(); }
 
     Unknown::Handle_T<CallbackBase<R, A>> _callback;

@@ -9,6 +9,7 @@
 #include <orvi/core/Buffer.h>
 #include <orvi/core/CallStack.h>
 #include <orvi/core/Callback.h>
+#include <orvi/core/CallbackList.h>
 #include <orvi/core/Configuration.h>
 #include <orvi/core/Console.h>
 #include <orvi/core/CrashReporter.h>

@@ -3,7 +3,6 @@
 #include <orvi/core/Export.h>
 #include <orvi/core/Unknown.h>
 
-#include <list>
 #include <map>
 
 namespace orvi {
@@ -68,7 +67,7 @@ private:
 };
 
 /** Hands events to the handlers of their exact class: at once, on the caller's thread, in the order of
-    registration.
+    registration. To add or remove a handler takes the same short time, however many there are.
 
     During sendEvent a handler may remove itself or others and add some: a removed one is not called any more,
     one added by a handler that is not the last is called in that walk. Copies share the lists of the classes
@@ -89,7 +88,7 @@ public:
     void clear();
 
 private:
-    struct HandlerList;
+    class HandlerList;
     std::map<unsigned int, SharedPtr<HandlerList>> _lists;
 };
 

@@ -146,8 +146,6 @@ P argumentFor(Message* message)
         return *object;
 }
 
-// A handler may take itself out of its table: nothing of these two is touched behind the call.
-
 /** A function that takes a message of its class. */
 template <class R, class P>
 class FunctionCallback final : public CallbackBase<R, Message*> {
@@ -157,7 +155,11 @@ public:
     {}
 
     R operator()(Message* message) override { return _function(argumentFor<P>(message)); }
-    String getKey() override { return makeCallbackKey(reinterpret_cast<const void*>(_function), nullptr, 0); }
+    String getKey() override { return getAddress().getKey(); }
+    CallbackAddress getAddress() const override
+    {
+        return CallbackAddress(reinterpret_cast<const void*>(_function));
+    }
 
 private:
     R (*_function)(P);
@@ -176,7 +178,8 @@ public:
     {
         return (_object->*_method)(argumentFor<typename Signature<Method>::Parameter>(message));
     }
-    String getKey() override { return makeCallbackKey(_object, &_method, sizeof _method); }
+    String getKey() override { return getAddress().getKey(); }
+    CallbackAddress getAddress() const override { return {_object, &_method, sizeof _method}; }
 
 private:
     Object* _object;
@@ -263,7 +266,11 @@ public:
 
     unsigned int getClassId() const noexcept { return _classId; }
     const Callback& getCallbackHandler() const noexcept { return _callback; }
-    R operator()(Message* message) const { return _callback(message); }
+    R operator()(Message* message) const
+    {
+        const Callback called = _callback; // which may take this handler out of its table and destroy it
+        return called(message);
+    }
     /** Without a callback; must not be called. */
     bool isNull() const noexcept { return _callback.isNull(); }
 

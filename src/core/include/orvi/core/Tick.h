@@ -1,8 +1,7 @@
 #pragma once
 #include <orvi/core/Callback.h>
+#include <orvi/core/CallbackList.h>
 #include <orvi/core/System.h>
-
-#include <vector>
 
 namespace orvi {
 
@@ -36,8 +35,7 @@ protected:
     ~Tick() override = default;
 
 private:
-    std::vector<Handler> _handlers; // null: removed during a walk
-    int _walks = 0;
+    CallbackList<void, unsigned int> _handlers;
 };
 
 /** A task that puts the run thread to sleep at each of its turns, and so gives time back to the system. waken
