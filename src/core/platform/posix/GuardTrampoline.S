@@ -3,6 +3,9 @@
 # Calls the step and gives 0. Before, it notes its stack and frame pointer in `place`: a signal handler sends the thread to
 # orvi_guard_landing with the two, which restores what the caller expects and gives 1. The personality routine sees an
 # exception on its way to a handler while the whole stack is still there.
+#ifdef __CET__
+#include <cet.h> // marks this file as fit for indirect branch tracking and shadow stacks
+#endif
     .text
     .globl orvi_guard_trampoline
     .hidden orvi_guard_trampoline
@@ -21,9 +24,12 @@ orvi_guard_trampoline:
     pushq %r13
     pushq %r14
     pushq %r15
-    subq $8, %rsp
+    subq $24, %rsp
     stmxcsr (%rsp)
     fnstcw 4(%rsp)
+    xorl %eax, %eax
+    rdsspq %rax # stays 0 without a shadow stack
+    movq %rax, 8(%rsp)
     movq %rsp, 0(%rdx)
     movq %rbp, 8(%rdx)
     movq %rdi, %rax
@@ -39,7 +45,23 @@ orvi_guard_trampoline:
     .globl orvi_guard_landing
     .hidden orvi_guard_landing
 orvi_guard_landing:
-    cld
+    endbr64
+    # The shadow stack still has the return addresses of what the fault left: drop them, at most 255 at once.
+    xorl %eax, %eax
+    rdsspq %rax
+    testq %rax, %rax
+    jz 2f
+    movq 8(%rsp), %rcx
+    subq %rax, %rcx
+    shrq $3, %rcx
+    jz 2f
+    movl $255, %edx
+1:  cmpq %rdx, %rcx
+    cmovbq %rcx, %rdx
+    incsspq %rdx
+    subq %rdx, %rcx
+    jnz 1b
+2:  cld
     fninit
     ldmxcsr (%rsp)
     fldcw 4(%rsp)
