@@ -17,7 +17,7 @@ namespace orvi {
 ORVI_API void handled_exception_filter(const char* contact = nullptr);
 
 /** Gets a thread of the program's own ready for reports, from here to the end of the scope. Without it most of its faults
-    are reported all the same, but none where its stack is full, and those in the heap have no names: what a report needs
+    are reported all the same, but none where its stack is full, and those in the heap may have no names: what a report needs
     of the thread must be taken before. The thread that called handled_exception_filter is ready, and so is one that runs a
     System, while it runs.
 
