@@ -1,15 +1,19 @@
 #include "TempDirectory.h"
 #include "TextPrinting.h"
 
+#include <orvi/core/CrashReporter.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -45,6 +49,16 @@ void refuseProcesses()
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
         _exit(127);
+}
+
+void takeAllMemory()
+{
+    const rlimit limit{1, 1}; // no more than there is
+    setrlimit(RLIMIT_AS, &limit);
+    for (std::size_t size = 1 << 20; size >= 8; size = size > 1024 ? size / 2 : size - 8) {
+        for (void* volatile taken = &size; taken != nullptr;)
+            taken = std::malloc(size);
+    }
 }
 
 /** A copy of the program in a directory of its own, where its reports come to lie. */
@@ -278,6 +292,25 @@ TEST_CASE("without a descriptor or a process left, reports are as complete as ma
                     {"Cmd line: /", "Exception: ACCESS_VIOLATION\n\nRegisters:\neax=",
                      "\nStacktrace:\n#1  0x", "in (unknown function)\n", "\n\nLoaded modules:\n0x"}));
     CHECK(contentOf(processes.files(".dmp").at(0)).starts_with("MDMP"));
+}
+
+TEST_CASE("a thread that finds no memory goes on, and knows that it is not ready")
+{
+    const pid_t child = fork();
+    REQUIRE(child >= 0);
+    if (child == 0) {
+        orvi::handled_exception_filter();
+        std::thread([] {
+            takeAllMemory();
+            const orvi::CrashReportScope reports;
+            _exit(reports.isReady() ? 1 : 0);
+        }).join();
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0)
+        REQUIRE(errno == EINTR);
+    CHECK(WIFEXITED(status));
+    CHECK(WEXITSTATUS(status) == 0);
 }
 
 TEST_CASE("reports are called by the local time")
