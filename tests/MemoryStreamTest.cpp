@@ -415,6 +415,51 @@ TEST_CASE("what the disc does not take stays in memory")
     CHECK(WEXITSTATUS(status) == 0);
 }
 
+TEST_CASE("a fork leaves a spilled stream right in both processes, whatever either does with its own")
+{
+    const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
+    Flow flow(*stream);
+    REQUIRE(flow.write(limit + (6 << 20), 1 << 20));
+    int turn[2], answer[2]; // a byte in one hands over to the other
+    REQUIRE(pipe(turn) == 0);
+    REQUIRE(pipe(answer) == 0);
+    char byte = 0;
+    const auto spillAnother = [](int seed) {
+        const Handle_T<MemoryStream> other = MemoryStream::createInstance();
+        Flow own(*other, static_cast<unsigned int>(seed));
+        return own.write(limit + (7 << 20), 1 << 20) && own.read(limit + (7 << 20), 1 << 16);
+    };
+    // A fork that goes past the C library leaves no word of it: there the stored pages are out of reach.
+    const pid_t unheard = _Fork();
+    if (unheard == 0) {
+        std::vector<unsigned char> bytes(limit + (6 << 20));
+        const int most = stream->read(bytes.data(), static_cast<int>(bytes.size()));
+        const Handle_T<MemoryStream> other = MemoryStream::createInstance();
+        _exit(most == limit - pageSize && stream->read(bytes.data(), 1) == -1 && spillAnother(3) ? 0 : 1);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        bool good = flow.read(limit + (2 << 20), 5000) && spillAnother(1) && write(answer[1], "", 1) == 1;
+        good = good && read(turn[0], &byte, 1) == 1 && flow.read(4 << 20, 5000) && stream->available() == 0;
+        _exit(good && spillAnother(2) ? 0 : 1);
+    }
+    close(answer[1]);
+    CHECK(read(answer[0], &byte, 1) == 1);
+    CHECK(flow.read(limit + (4 << 20), 5000)); // more than the child has read so far
+    CHECK(spillAnother(4));
+    CHECK(write(turn[1], "", 1) == 1);
+    CHECK(flow.read(2 << 20, 5000));
+    for (const pid_t process : {unheard, child}) {
+        int status = -1;
+        REQUIRE(waitpid(process, &status, 0) == process);
+        CHECK(status == 0);
+    }
+    for (const int end : {turn[0], turn[1], answer[0]})
+        close(end);
+    CHECK(spillAnother(5));
+    CHECK(spillFileOf("self").count == 1); // the one from before the fork went with its pages
+}
+
 TEST_CASE("append hands bytes over in order, from streams that were read in part and that spilled")
 {
     std::minstd_rand random(5);

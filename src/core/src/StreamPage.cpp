@@ -20,7 +20,7 @@ FilePage* FilePage::store(const MemoryPage& page)
     if (stored == nullptr)
         return nullptr;
     stored->_place = FileCacheStore::instance().put(page.unread());
-    if (stored->_place == FileCacheStore::noPlace) {
+    if (stored->_place.file == nullptr) {
         release(stored);
         return nullptr;
     }
@@ -32,12 +32,12 @@ int FilePage::peek(void* buffer, int size) const
 {
     if (available() <= 0)
         return -1;
-    return FileCacheStore::instance().get(_place + _readPos, buffer, std::min(size, available()));
+    return FileCacheStore::instance().get(_place, _readPos, buffer, std::min(size, available()));
 }
 
 FilePage::~FilePage()
 {
-    if (_place != FileCacheStore::noPlace)
+    if (_place.file != nullptr)
         FileCacheStore::instance().giveBack(_place);
 }
 

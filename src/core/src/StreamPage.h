@@ -116,7 +116,7 @@ private:
     {}
     ~FilePage() override;
 
-    int _place = FileCacheStore::noPlace;
+    FileCacheStore::Place _place;
 };
 
 /** Settings of a stream that are not for callers. */

@@ -58,8 +58,12 @@ private:
     The bytes lie in pages of 4096. Up to 2560 pages (10 MiB) of a stream are in memory; what is written
     beyond goes page by page to one nameless temporary file that all streams of the process share, and comes
     back when the reader gets there. Without that file, or with a full disc, the stream goes on in memory. A
-    page that is read is given up, but for the last one, so a stream that is read as it is written stays small. At most 2^31 - 1
-    bytes.
+    page that is read is given up, but for the last one, so a stream that is read as it is written stays small.
+    At most 2^31 - 1 bytes.
+
+    After a fork() both processes go on with what a stream held, each for itself. While there are pages in the
+    file each has a new one for what comes then, and its place on the disc is free when both have read the old
+    one out. In a process that is copied past the C library, as by _Fork(), a read of stored pages fails.
 
     Nothing throws but the stream operators: a failure is a line at Log::error and a short count, or -1 when
     nothing went at all. More than 10 pages in memory are worth a warning at every step of a write. One thread
