@@ -5,6 +5,7 @@
 #include <orvi/core/Time.h>
 
 #include "BufferedFile.h"
+#include "platform/Entropy.h"
 #include "platform/FileHandle.h"
 #include "platform/FilePath.h"
 
@@ -270,9 +271,13 @@ int File::setPosition(int position)
     return -1;
 }
 
+TempFile::TempFile() noexcept
+    : _process(platform::currentProcessId())
+{}
+
 TempFile::~TempFile()
 {
-    if (isInvalid())
+    if (isInvalid() || _process != platform::currentProcessId())
         return;
     const String name = getFileName();
     close();
@@ -290,8 +295,11 @@ String TempFile::getTempFileName()
 Handle_T<TempFile> TempFile::createTempFile()
 {
     const Handle_T<TempFile> file = new TempFile;
-    if (file->open(getTempFileName(), readWrite | create, permitRead | permitWrite))
+    const String name = getTempFileName();
+    if (file->open(name, readWrite | create, permitRead | permitWrite))
         return file;
+    if (!name.isEmpty())
+        std::remove(platform::bytesFromPath(name));
     Log::error(L"Create temp file error!");
     return Handle_T<TempFile>();
 }

@@ -79,7 +79,8 @@ private:
     std::unique_ptr<BufferedFile> _stream; // null while the file is closed
 };
 
-/** A file that is deleted when the object goes with the file open. Closed before, it stays. */
+/** A file that is deleted when the object goes with the file open. Closed before, it stays; so it does in the
+    child of a fork, whose copy is not the one that owns it. */
 class ORVI_API TempFile : public File {
 public:
     /** Makes an empty file in the system's directory for such files; gives its name, or the empty string and
@@ -89,8 +90,11 @@ public:
     static Handle_T<TempFile> createTempFile();
 
 protected:
-    TempFile() noexcept = default;
+    TempFile() noexcept;
     ~TempFile() override;
+
+private:
+    unsigned long _process;
 };
 
 /** The size in bytes; -1, and a line in the log, when it is not to be had or does not fit. */
