@@ -1,9 +1,14 @@
+#include "ServiceProcess.h"
 #include "TextPrinting.h"
 
 #include "RecordingLog.h"
 
 #include <orvi/core/Core.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -49,6 +54,45 @@ public:
             shutdown();
         return command == L"leave" || command == L"end";
     }
+
+protected:
+    using AppBox::AppBox;
+};
+
+/** Does what its parameters and its commands tell. */
+class OddBox : public AppBox {
+public:
+    static Handle_T<AppBox> create(const wchar_t* appName, const wchar_t* parameters)
+    {
+        return new OddBox(appName, parameters);
+    }
+
+    bool init() override
+    {
+        if (getParameters() == L"init throws")
+            throw 1;
+        return AppBox::init();
+    }
+    void exit() override
+    {
+        if (getParameters() == L"exit throws")
+            throw 1;
+        AppBox::exit();
+    }
+    bool docmd(AppPipe* pipe, wchar_t** argv, int) override
+    {
+        commands.push_back(argv[0]);
+        if (commands.back() == L"turn")
+            onTurn();
+        if (commands.back() == L"slow")
+            std::this_thread::sleep_for(std::chrono::milliseconds(4));
+        if (commands.back() == L"end")
+            shutdown();
+        return pipe->write(L"done");
+    }
+
+    std::vector<String> commands;
+    std::function<void()> onTurn;
 
 protected:
     using AppBox::AppBox;
@@ -108,6 +152,7 @@ struct Kinds {
         orvi::setUpApp(L"plain", createPlain);
         orvi::setUpApp(L"none", createNone);
         orvi::setUpApp(L"short", ShortBox::create);
+        orvi::setUpApp(L"odd", OddBox::create);
     }
 } g_kinds;
 
@@ -229,6 +274,131 @@ TEST_CASE("a name used twice: the second is found, both run, the first to end fr
     CHECK(orvi::getApp(L"twice").isNull());
     command(second, L"parameters", L"$END OK");
     orvi::exitApp(second);
+}
+
+TEST_CASE("what leaves init or exit of a box ends that box alone, in good order")
+{
+    const RecordingLog log;
+    for (const wchar_t* parameters : {L"init throws", L"exit throws"}) {
+        const Handle_T<App> app = orvi::startApp(L"odd", L"odd", parameters);
+        REQUIRE(!app.isNull());
+        app->getAppBox()->shutdown();
+        CHECK(readUntil(app, L"$BYE") == Texts{L"$HELLO", L"$BYE"});
+        orvi::exitApp(app);
+        CHECK(orvi::getApp(L"odd").isNull());
+        CHECK(app->getAppBox()->getState() == System::STATE_UNLOADED);
+    }
+}
+
+TEST_CASE("clients are served in turns, and nothing is served behind a shutdown")
+{
+    const Handle_T<OddBox> box = OddBox::create(L"", L"");
+    const auto thread = orvi::Thread::createInstance();
+    const Handle_T<App> busy[] = {App::createInstance(thread, box), App::createInstance(thread, box)};
+    const Handle_T<App> brief = App::createInstance(thread, box);
+    constexpr int mostBefore = 1000;
+    for (int i = 0; i < 2 * mostBefore; ++i) {
+        for (const auto& app : busy)
+            app->getPipe()->write(L"$COMMAND busy");
+    }
+    brief->getPipe()->write(L"$COMMAND brief");
+    brief->getPipe()->write(L"$COMMAND end");
+    brief->getPipe()->write(L"$COMMAND late");
+    REQUIRE(thread->start(box));
+    CHECK(readUntil(brief, L"$BYE") == Texts{L"$HELLO", L"$BEGIN brief", L"done", L"$END OK", L"$BEGIN end",
+                                             L"done", L"$END OK", L"$BYE"});
+    thread->shutdown();
+    CHECK(box->commands.size() < mostBefore);
+    CHECK(box->commands.back() == L"end");
+}
+
+TEST_CASE("tasks get their turn while texts are left, but for those that only rest")
+{
+    class BusyBox : public OddBox {
+    public:
+        BusyBox()
+            : OddBox(L"", L"")
+        {}
+        bool init() override
+        {
+            constexpr unsigned int oneHourMs = 3'600'000;
+            const auto tick = orvi::Tick::createInstance();
+            tick->addTickHandler({this, &BusyBox::look});
+            return OddBox::init() && tick->start(this) && orvi::Yield::createInstance(oneHourMs)->start(this);
+        }
+        void look(unsigned int) { looks += commands.size() < 20; }
+        int looks = 0;
+    };
+    const Handle_T<BusyBox> box = new BusyBox;
+    const auto thread = orvi::Thread::createInstance();
+    const Handle_T<App> app = App::createInstance(thread, box);
+    for (int i = 0; i < 20; ++i)
+        app->getPipe()->write(L"$COMMAND slow");
+    app->getPipe()->write(L"$COMMAND end");
+    REQUIRE(thread->start(box));
+    readUntil(app, L"$BYE");
+    thread->shutdown();
+    CHECK(box->commands.size() == 21);
+    CHECK(box->looks > 0);
+}
+
+TEST_CASE("a command may turn the loop in which its own client leaves")
+{
+    const Handle_T<OddBox> box = OddBox::create(L"", L"");
+    const auto thread = orvi::Thread::createInstance();
+    Handle_T<App> leaving = App::createInstance(thread, box);
+    const Handle_T<App> staying = App::createInstance(thread, box);
+    leaving->getPipe()->write(L"$COMMAND turn");
+    box->onTurn = [&] {
+        leaving.setNull();
+        staying->getPipe()->write(L"$COMMAND first");
+        staying->getPipe()->write(L"$COMMAND end");
+        box->tick();
+    };
+    REQUIRE(thread->start(box));
+    CHECK(readUntil(staying, L"$BYE").size() == 8);
+    thread->shutdown();
+    CHECK(box->commands == Texts{L"turn", L"first", L"end"});
+}
+
+TEST_CASE("the end of the process asks all boxes before it waits for one")
+{
+    class AskedBox : public OddBox {
+    public:
+        static Handle_T<AppBox> create(const wchar_t* appName, const wchar_t*)
+        {
+            return new AskedBox(appName);
+        }
+        bool shutdown() override
+        {
+            ++asked();
+            return OddBox::shutdown();
+        }
+        void exit() override
+        {
+            while (asked() < 3)
+                std::this_thread::yield();
+            OddBox::exit();
+        }
+
+    private:
+        explicit AskedBox(const wchar_t* appName)
+            : OddBox(appName, L"")
+        {}
+        static std::atomic<int>& asked()
+        {
+            static std::atomic<int> count = 0;
+            return count;
+        }
+    };
+    ServiceProcess program("", [] {
+        orvi::setUpApp(L"asked", AskedBox::create);
+        for (const wchar_t* name : {L"1", L"2", L"3"})
+            readUntil(orvi::startApp(L"asked", name, L""), L"$HELLO");
+        std::exit(0);
+        return 1;
+    });
+    CHECK(program.wait() == 0);
 }
 
 TEST_CASE("bad bytes on a pipe are reported and do not disturb the box")

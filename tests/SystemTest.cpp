@@ -78,7 +78,12 @@ public:
         ++inits;
         return willing;
     }
-    void exit() override { ++exits; }
+    void exit() override
+    {
+        ++exits;
+        if (atExit)
+            atExit();
+    }
     void onTick(unsigned int elapsedMs) override
     {
         ticks.push_back(elapsedMs);
@@ -90,7 +95,7 @@ public:
     int inits = 0;
     int exits = 0;
     std::vector<unsigned int> ticks;
-    std::function<void()> then;
+    std::function<void()> then, atExit;
     bool* destroyed = nullptr;
 
 protected:
@@ -380,18 +385,108 @@ TEST_CASE("closures that still wait at the end run, also when one throws")
     CHECK(ran == 2);
 }
 
-TEST_CASE("a closure that was taken runs, also when init throws")
+TEST_CASE("what leaves init, run or exit ends that run alone, on any thread")
+{
+    class Unruly : public TestSystem {
+    public:
+        void run() override
+        {
+            TestSystem::run();
+            if (atRun)
+                atRun();
+        }
+        void exit() override
+        {
+            if (atExit)
+                atExit();
+            TestSystem::exit();
+        }
+        void onException(unsigned long code) override
+        {
+            codes.push_back(code);
+            throw 2;
+        }
+        std::function<void()> atRun, atExit;
+    };
+    const RecordingLog log;
+    const auto fail = [] { throw 1; };
+    const auto fault = [] { asm volatile("ud2"); };
+    const struct {
+        const char* what;
+        std::function<void()> beforeInit, afterInit, atRun, atExit, atTaskExit;
+        unsigned long code;
+    } rows[] = {{"init, before the base", fail, {}, {}, {}, {}, 0xE06D7363},
+                {"init, behind the base", {}, fail, {}, {}, {}, 0xE06D7363},
+                {"a fault in init", {}, fault, {}, {}, {}, 0xC000001D},
+                {"run", {}, {}, fail, {}, {}, 0xE06D7363},
+                {"exit, before the base", {}, {}, {}, fail, {}, 0xE06D7363},
+                {"a fault in exit", {}, {}, {}, fault, {}, 0xC000001D},
+                {"the exit of a task", {}, {}, {}, {}, fail, 0xE06D7363},
+                {"a fault in the exit of a task", {}, {}, {}, {}, fault, 0xC000001D}};
+    for (const auto& row : rows) {
+        CAPTURE(row.what);
+        const Handle_T<Unruly> system = new Unruly;
+        const Handle_T<TestTask> tasks[] = {TestTask::createInstance(), TestTask::createInstance()};
+        bool ran = false;
+        system->beforeInit = [&] {
+            orvi::postToThread(system->getRunThreadId(), [&ran] { ran = true; });
+            if (row.beforeInit)
+                row.beforeInit();
+        };
+        system->afterInit = [&] {
+            for (const auto& task : tasks)
+                task->start(system);
+            if (row.afterInit)
+                row.afterInit();
+        };
+        tasks[0]->atExit = row.atTaskExit;
+        system->atRun = row.atRun;
+        system->atExit = row.atExit;
+        const auto thread = Thread::createInstance();
+        REQUIRE(thread->start(system));
+        while (!thread->getSystem().isNull())
+            std::this_thread::yield();
+        CHECK(system->codes == std::vector<unsigned long>{row.code});
+        CHECK(ran);
+        for (const auto& task : tasks) {
+            CHECK(task->getReferenceCount() == 1);
+            CHECK(task->getTaskState() == orvi::TASK_STOPPED);
+        }
+        CHECK(system->getReferenceCount() == 1);
+        CHECK(!orvi::postToThread(system->getRunThreadId(), [] {}));
+        system->beforeInit = system->afterInit = system->atRun = system->atExit = nullptr;
+        system->log = L"";
+        system->runHere();
+        CHECK(system->log == L"ix");
+    }
+}
+
+TEST_CASE("a system is not unloaded while its start is under way")
 {
     const auto system = TestSystem::createInstance();
-    bool ran = false;
-    system->beforeInit = [&] {
-        CHECK(orvi::postToThread(system->getRunThreadId(), [&] { ran = true; }));
-        throw 1;
+    system->afterInit = [&] {
+        const auto task = TestTask::createInstance();
+        task->atExit = [&] {
+            system->unload();
+            CHECK(!system->load());
+        };
+        task->start(system);
     };
-    CHECK(system->load());
-    system->start();
-    CHECK(ran);
-    CHECK(!orvi::postToThread(system->getRunThreadId(), [] {}));
+    system->runHere();
+}
+
+TEST_CASE("a loop within a loop that a fault ends leaves no queue behind")
+{
+    const auto outer = TestSystem::createInstance(), inner = TestSystem::createInstance();
+    inner->beforeInit = [] { asm volatile("ud2"); };
+    outer->afterPass = [&] {
+        if (outer->deltas.size() == 1) {
+            inner->load();
+            inner->start();
+        }
+    };
+    outer->runHere();
+    CHECK(!orvi::postToThread(outer->getRunThreadId(), [] {}));
 }
 
 TEST_CASE("producers in many threads lose nothing")

@@ -145,6 +145,18 @@ TEST_CASE("a hundred threads start and stop at random")
     }
 }
 
+TEST_CASE("whoever finds the system unloaded finds its thread idle")
+{
+    const auto thread = Thread::createInstance();
+    const auto system = QuietSystem::createInstance();
+    for (int round = 0; round < 5000; ++round) {
+        REQUIRE(thread->start(system));
+        system->shutdown();
+        waitFor([&] { return system->getState() == System::STATE_UNLOADED; });
+    }
+    thread->shutdown();
+}
+
 TEST_CASE("shutdown on the thread itself asks and does not wait")
 {
     class Suicidal : public QuietSystem {

@@ -195,8 +195,8 @@ void AppBox::onTick(unsigned int deltaMs)
     System::onTick(deltaMs);
 }
 
-/** Serves the pipes in turns until all are empty; true when the time is over before that. A command may turn the loop
-    itself, in which pipes come and go. */
+/** Serves the pipes in turns until all are empty; true when it ends before that. A command may turn the loop itself, in
+    which pipes come and go. */
 bool AppBox::serve()
 {
     if (_commandCount == mostCommands)
@@ -226,7 +226,7 @@ bool AppBox::serve()
             silent = pipe->read(text) ? 0 : 1;
         }
     }
-    return false;
+    return getState() == STATE_STOPPING; // what is left stays, and a rest would only put off the end
 }
 
 bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)

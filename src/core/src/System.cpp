@@ -11,6 +11,7 @@
 #include "platform/ThreadInfo.h"
 
 #include <algorithm>
+#include <new>
 #include <thread>
 #include <typeinfo>
 #include <utility>
@@ -117,7 +118,11 @@ bool System::runStep(void (*step)(void*), void* argument)
 void System::start()
 {
     const platform::FaultStack faultStack;
-    prepareCrashReports();
+    try {
+        prepareCrashReports();
+    } catch (const std::bad_alloc&) {
+        // A report will tell less. The guard is there, and the next run tries again.
+    }
     {
         const PostedClosures posted{*this}; // there before the id: who sees that may post at once
         _runThreadId = platform::currentThreadId();
