@@ -15,12 +15,14 @@ class DirectoryListing {
 public:
     struct Entry {
         String name;
-        bool isDirectory;
+        bool isDirectory; // or leads to one
+        bool isLink;
     };
     /** Equal for the same directory, whatever path led to it. */
     using Identity = std::pair<std::uint64_t, std::uint64_t>;
 
-    /** `path` may be longer than other calls of the system take; empty is the current directory. */
+    /** `path` may be longer than other calls of the system take; empty is the current directory. Throws
+        std::bad_alloc without memory, as next does. */
     explicit DirectoryListing(const String& path);
     ~DirectoryListing();
     DirectoryListing(const DirectoryListing&) = delete;

@@ -1,17 +1,19 @@
 #include <orvi/core/ArchiveFactory.h>
 
-#include <orvi/core/Arguments.h>
 #include <orvi/core/Digest.h>
 #include <orvi/core/Exception.h>
 #include <orvi/core/File.h>
 #include <orvi/core/Log.h>
 #include <orvi/core/MemoryFile.h>
 
+#include "ArgumentTable.h"
 #include "Immortal.h"
+#include "WideText.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 
 namespace orvi {
 
@@ -30,9 +32,37 @@ public:
     bool isTooDeep() const noexcept { return t_depth > maxDepth; }
 };
 
+// A text that cannot be made is empty, and without a part of it a URL is another one: throw std::bad_alloc.
+
+String partOf(const String& url, int from, int count)
+{
+    String part = url.getSubString(from, count);
+    if (part.isEmpty() && count != 0 && url[from] != 0)
+        throw std::bad_alloc();
+    return part;
+}
+
 int queriedPosition(const String& query)
 {
-    return query.isEmpty() ? 0 : parseArgumentInt(query, L"position", 0);
+    if (query.isEmpty())
+        return 0;
+    const ArgumentTable arguments(query);
+    if (!arguments.isMade())
+        throw std::bad_alloc();
+    const wchar_t* const value = arguments.find(L"position");
+    return value != nullptr ? text::parseInteger<int>(value) : 0;
+}
+
+/** What `open` gives; a null handle, and a line in the log, when it runs out of memory. */
+template <class Open>
+Unknown::Handle_T<Archive> openOrNull(const Open& open)
+{
+    try {
+        return open();
+    } catch (const std::bad_alloc&) {
+        Log::error(L"Open archive error! Out of memory");
+        return {};
+    }
 }
 
 class OsFileSystemFactory final : public ArchiveFactory {
@@ -43,14 +73,21 @@ public:
 
     Unknown::Handle_T<Archive> open(const String& url) override
     {
+        return openOrNull([&] { return openFile(url); });
+    }
+
+private:
+    static Unknown::Handle_T<Archive> openFile(const String& url)
+    {
         String path;
         String query;
         parseUrl(url, path, query);
+        const int position = queriedPosition(query);
         const Unknown::Handle_T<File> file = File::createInstance();
         if (!file->open(path, File::readOnly, readMode))
             return {};
         if (!query.isEmpty())
-            file->setPosition(queriedPosition(query));
+            file->setPosition(position);
         return file;
     }
 };
@@ -63,6 +100,12 @@ public:
 
     Unknown::Handle_T<Archive> open(const String& url) override
     {
+        return openOrNull([&] { return makeFile(url); });
+    }
+
+private:
+    static Unknown::Handle_T<Archive> makeFile(const String& url)
+    {
         constexpr const wchar_t* mark = L"<<";
         constexpr int markLength = 2;
         const Unknown::Handle_T<MemoryFile> file = MemoryFile::createInstance();
@@ -71,15 +114,15 @@ public:
             return file;
         String name;
         String query;
-        parseUrl(url.getSubString(0, at), name, query);
-        const Unknown::Handle_T<Archive> source = openArchive(url.getSubString(at + markLength, -1));
+        parseUrl(partOf(url, 0, at), name, query);
+        const int position = queriedPosition(query);
+        const Unknown::Handle_T<Archive> source = openArchive(partOf(url, at + markLength, -1));
         if (source.isNull() || !copy(*source, *file))
             return {};
-        file->setPosition(queriedPosition(query));
+        file->setPosition(position);
         return file;
     }
 
-private:
     /** False, with the reason in the log. */
     static bool copy(Archive& source, MemoryFile& target)
     {
@@ -151,11 +194,12 @@ void ArchiveFactory::tearDownBuiltIns()
 bool ArchiveFactory::link(ArchiveFactory& factory)
 {
     const std::lock_guard guard(g_mutex);
-    for (const ArchiveFactory* p = g_newest; p != nullptr; p = p->_next) {
-        if (p == &factory) // a second time would close the list to a ring
-            return true;
-    }
+    if (factory._link != nullptr) // a second time would close the list to a ring
+        return true;
     factory._next = g_newest;
+    if (factory._next != nullptr)
+        factory._next->_link = &factory._next;
+    factory._link = &g_newest;
     g_newest = &factory;
     return true;
 }
@@ -169,13 +213,13 @@ bool ArchiveFactory::setUpArchiveFactory(ArchiveFactory* factory)
 bool ArchiveFactory::tearDownArchiveFactory(ArchiveFactory* factory)
 {
     const std::lock_guard guard(g_mutex);
-    for (ArchiveFactory** link = &g_newest; *link != nullptr; link = &(*link)->_next) {
-        if (*link == factory) {
-            *link = factory->_next;
-            factory->_next = nullptr;
-            break;
-        }
-    }
+    if (factory == nullptr || factory->_link == nullptr)
+        return true;
+    *factory->_link = factory->_next;
+    if (factory->_next != nullptr)
+        factory->_next->_link = factory->_link;
+    factory->_link = nullptr;
+    factory->_next = nullptr;
     return true;
 }
 
@@ -198,19 +242,24 @@ Unknown::Handle_T<Archive> ArchiveFactory::openArchive(const String& url)
         Log::error(L"Open archive error! URLs more than %d deep in each other", maxDepth);
         return {};
     }
-    const int at = url.find(mark);
-    ArchiveFactory* factory = getArchiveFactory(at > 0 ? url.getSubString(0, at) : String(L"file"));
-    if (factory == nullptr)
-        return {};
-    return factory->open(at > 0 ? url.getSubString(at + markLength, -1) : url);
+    return openOrNull([&]() -> Unknown::Handle_T<Archive> {
+        const int at = url.find(mark);
+        const String scheme = at > 0 ? partOf(url, 0, at) : String(L"file");
+        if (scheme.isEmpty())
+            throw std::bad_alloc();
+        ArchiveFactory* factory = getArchiveFactory(scheme);
+        if (factory == nullptr)
+            return {};
+        return factory->open(at > 0 ? partOf(url, at + markLength, -1) : url);
+    });
 }
 
 void ArchiveFactory::parseUrl(const String& url, String& path, String& query)
 {
     const String whole = url; // NOLINT(performance-*): it may be one of the other two
     const int at = whole.find(L'?');
-    path = at < 0 ? whole : whole.getSubString(0, at);
-    query = at < 0 ? String() : whole.getSubString(at + 1, -1);
+    path = at < 0 ? whole : partOf(whole, 0, at);
+    query = at < 0 ? String() : partOf(whole, at + 1, -1);
 }
 
 namespace {

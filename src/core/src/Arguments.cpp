@@ -1,11 +1,11 @@
 #include <orvi/core/Arguments.h>
 
+#include "ArgumentTable.h"
 #include "WideText.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 
 namespace orvi {
 
@@ -102,10 +102,6 @@ private:
     std::size_t _characters = 0;
 };
 
-struct Free {
-    void operator()(void* block) const { std::free(block); }
-};
-
 int toInt(std::size_t count)
 {
     return static_cast<int>(std::min<std::size_t>(count, std::numeric_limits<int>::max()));
@@ -125,8 +121,9 @@ const wchar_t* valueOf(const wchar_t* argument, const wchar_t* name)
 template <class Integer>
 Integer parseArgumentNumber(const wchar_t* commandLine, const wchar_t* name, Integer defaultValue)
 {
-    const String value = parseArgumentString(commandLine, name, nullptr);
-    return value.isEmpty() ? defaultValue : text::parseInteger<Integer>(value.getBuffer());
+    const ArgumentTable arguments(commandLine);
+    const wchar_t* const value = arguments.find(name);
+    return value == nullptr || *value == 0 ? defaultValue : text::parseInteger<Integer>(value);
 }
 
 const wchar_t* endOf(const String& text) { return text.getBuffer() + text.getLength(); }
@@ -175,17 +172,20 @@ void parseArguments(const wchar_t* commandLine, wchar_t**& argv, int& argc)
     argc = toInt(counter.entries() - 1);
 }
 
-String parseArgumentString(const wchar_t* commandLine, const wchar_t* name, const wchar_t* defaultValue)
+const wchar_t* ArgumentTable::find(const wchar_t* name) const
 {
-    wchar_t** argv = nullptr;
-    int argc = 0;
-    parseArguments(commandLine, argv, argc);
-    const std::unique_ptr<wchar_t*, Free> owner(argv);
-    for (int i = 0; i < argc; ++i) {
-        if (const wchar_t* value = valueOf(argv[i], name))
+    for (int i = 0; i < _count; ++i) {
+        if (const wchar_t* value = valueOf(_arguments[static_cast<std::size_t>(i)], name))
             return value;
     }
-    return defaultValue;
+    return nullptr;
+}
+
+String parseArgumentString(const wchar_t* commandLine, const wchar_t* name, const wchar_t* defaultValue)
+{
+    const ArgumentTable arguments(commandLine);
+    const wchar_t* const value = arguments.find(name);
+    return value != nullptr ? value : defaultValue;
 }
 
 int parseArgumentInt(const wchar_t* commandLine, const wchar_t* name, int defaultValue)

@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -36,6 +37,15 @@ const wchar_t* behindLast(wchar_t ch, const wchar_t* text)
     return behind;
 }
 
+/** All of it as one text. Throws std::bad_alloc when that cannot be made: a part of it is another path. */
+String join(const String& directory, const String& name, const wchar_t* end = L"")
+{
+    String whole = directory + name + end;
+    if (whole.getLength() < directory.getLength() + name.getLength() + static_cast<int>(text::length(end)))
+        throw std::bad_alloc();
+    return whole;
+}
+
 /** One scan under way. Subdirectories wait in a list of their own: how deep they nest is not ours to limit,
     and the stack would. */
 class FileScan {
@@ -48,53 +58,66 @@ public:
 
     void run(const String& path)
     {
-        _waiting.push_back(path);
-        while (!_waiting.empty()) {
-            const String directory = std::move(_waiting.back());
-            _waiting.pop_back();
-            scanDirectory(directory);
-        }
+        scanTree(path);
+        // Only now, and by their names: so nothing depends on the order in which the system lists them.
+        while (!_links.empty())
+            scanTree(join(_links.extract(_links.begin()).value(), String(), L"/"));
     }
 
 private:
-    void scanDirectory(const String& path)
+    /** Looks through what lies below `path` in fact, and notes the links to other places. */
+    void scanTree(const String& path)
+    {
+        std::vector<String> waiting = {path}; // the next one last
+        while (!waiting.empty()) {
+            const String directory = std::move(waiting.back());
+            waiting.pop_back();
+            scanDirectory(directory, waiting);
+        }
+    }
+
+    void scanDirectory(const String& path, std::vector<String>& waiting)
     {
         DirectoryListing listing(path);
         if (!listing.isOpen() || !_visited.insert(listing.identity()).second)
             return;
         std::vector<String> noted;
+        std::set<String> links;
         for (DirectoryListing::Entry entry; listing.next(entry);) {
             if (!entry.isDirectory) {
                 if (!offer(path, entry.name))
                     return;
+            } else if (_recursive && entry.isLink) {
+                links.insert(join(path, entry.name));
             } else if (_recursive) {
-                noted.push_back(path + entry.name + L"/");
+                noted.push_back(join(path, entry.name, L"/"));
             }
         }
-        _waiting.insert(_waiting.end(), std::make_move_iterator(noted.rbegin()),
-                        std::make_move_iterator(noted.rend()));
+        waiting.insert(waiting.end(), std::make_move_iterator(noted.rbegin()),
+                       std::make_move_iterator(noted.rend()));
+        _links.merge(links);
     }
 
     /** False when the callback has enough of this directory. */
     bool offer(const String& path, const String& name) const
     {
         if (_extensions == nullptr)
-            return _callback(path + name);
+            return _callback(join(path, name));
         const wchar_t* const extension = behindLast(L'.', name);
         if (extension == name.getBuffer()) // no dot: none stands in front, that file would be hidden
             return true;
         for (const wchar_t** wanted = _extensions; *wanted != nullptr; ++wanted) {
-            if (text::compareNoCase(extension, *wanted) == 0 && !_callback(path + name))
+            if (text::compareNoCase(extension, *wanted) == 0 && !_callback(join(path, name)))
                 return false;
         }
         return true;
     }
 
-    const CallbackHandler<bool, const String&>& _callback;
-    const wchar_t** _extensions; // null: all files
+    const CallbackHandler<bool, const String&> _callback; // held, whatever it does to itself
+    const wchar_t** _extensions;                          // null: all files
     bool _recursive;
     std::set<DirectoryListing::Identity> _visited;
-    std::vector<String> _waiting; // the next one last
+    std::set<String> _links; // to directories, that wait; without the "/"
 };
 
 } // namespace

@@ -4,7 +4,9 @@
 #include "DescriptorNumber.h"
 #include "LongPath.h"
 
+#include <cerrno>
 #include <dirent.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,15 +14,21 @@ namespace orvi::platform {
 
 namespace {
 
-/** The type of a directory's entry, DT_UNKNOWN for what is not there any more. */
-int typeOf(DIR* stream, const dirent& entry)
+/** What stat tells of a directory's entry; DT_UNKNOWN for one that is not there any more. */
+int askType(DIR* stream, const dirent& entry, int flags)
 {
-    if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) // some file systems tell only what stat does
-        return entry.d_type;
     struct stat status;
-    if (::fstatat(::dirfd(stream), entry.d_name, &status, 0) != 0)
+    if (::fstatat(::dirfd(stream), entry.d_name, &status, flags) != 0)
         return DT_UNKNOWN;
     return IFTODT(status.st_mode);
+}
+
+/** The type of the entry itself. */
+int typeOf(DIR* stream, const dirent& entry)
+{
+    if (entry.d_type != DT_UNKNOWN) // some file systems leave it to stat
+        return entry.d_type;
+    return askType(stream, entry, AT_SYMLINK_NOFOLLOW);
 }
 
 } // namespace
@@ -29,6 +37,8 @@ DirectoryListing::DirectoryListing(const String& path)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
     const String_T<char> bytes = bytesFromPath(path.isEmpty() ? String(L".") : path);
+    if (bytes.isEmpty()) // it would be no path at all
+        throw std::bad_alloc();
     const int directory = aboveStandardStreams(
         callAt(bytes, [](int from, const char* way) { return ::openat(from, way, flags); }));
     if (directory < 0)
@@ -36,10 +46,14 @@ DirectoryListing::DirectoryListing(const String& path)
     struct stat status;
     if (::fstat(directory, &status) == 0)
         _stream = ::fdopendir(directory); // which takes the descriptor over
-    if (_stream == nullptr)
-        ::close(directory);
-    else
+    if (_stream != nullptr) {
         _identity = {status.st_dev, status.st_ino};
+        return;
+    }
+    const bool lacksMemory = errno == ENOMEM;
+    ::close(directory);
+    if (lacksMemory)
+        throw std::bad_alloc();
 }
 
 DirectoryListing::~DirectoryListing()
@@ -54,10 +68,15 @@ bool DirectoryListing::next(Entry& entry)
     while (const dirent* found = ::readdir(stream)) {
         if (found->d_name[0] == '.')
             continue;
-        const int type = typeOf(stream, *found);
+        int type = typeOf(stream, *found);
+        entry.isLink = type == DT_LNK;
+        if (entry.isLink)
+            type = askType(stream, *found, 0);
         if (type != DT_REG && type != DT_DIR)
             continue;
         entry.name = pathFromBytes(found->d_name);
+        if (entry.name.isEmpty())
+            throw std::bad_alloc();
         entry.isDirectory = type == DT_DIR;
         return true;
     }

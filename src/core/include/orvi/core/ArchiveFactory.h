@@ -38,15 +38,16 @@ public:
     /** Puts the factory in front of all others: one of the same scheme is hidden until this one is torn down.
         Keep it alive until then. Null and a factory that is set up already are ignored. Always true. */
     static bool setUpArchiveFactory(ArchiveFactory* factory);
-    /** Takes it out. Nobody may be using it any more. Always true. */
+    /** Takes it out, if it is there. Nobody may be using it any more. Always true. */
     static bool tearDownArchiveFactory(ArchiveFactory* factory);
     /** The newest factory of the scheme, or null. */
     static ArchiveFactory* getArchiveFactory(const String& archiveType);
 
-    /** Opens the URL; a null handle on failure. An unknown scheme says nothing in the log, URLs more than 64
-        deep in each other are an error there. */
+    /** Opens the URL; a null handle on failure, lack of memory included. An unknown scheme says nothing in the
+        log, URLs more than 64 deep in each other are an error there. */
     static Unknown::Handle_T<Archive> openArchive(const String& url);
-    /** Splits at the first "?". Without one the query is empty. */
+    /** Splits at the first "?". Without one the query is empty. Throws std::bad_alloc when a part cannot be
+        made. */
     static void parseUrl(const String& url, String& path, String& query);
 
 private:
@@ -55,7 +56,8 @@ private:
     static bool link(ArchiveFactory& factory);
 
     String _archiveType;
-    ArchiveFactory* _next = nullptr; // the one set up before it
+    ArchiveFactory* _next = nullptr;  // the one set up before it
+    ArchiveFactory** _link = nullptr; // what leads to it in the registry; null when it is not there
 };
 
 /** The digest of the whole archive, whose position is put back. False when the archive fails or delivers less

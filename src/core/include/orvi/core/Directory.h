@@ -25,7 +25,7 @@ ORVI_API bool setCurrentDirectory(const wchar_t* path);
 ORVI_API void createDirectory(const String& path, const String& base);
 
 /** Appends the names, without `path`, of the subdirectories of `path` that are not hidden, in the order in
-    which the system lists them. Nothing when they cannot be listed. */
+    which the system lists them. Nothing when they cannot be listed. Throws std::bad_alloc without memory. */
 ORVI_API void scanDirectories(const String& path, std::vector<String>& names);
 
 /** Offers the files in the directory `path`, each with its path, to `callback`, as long as that gives true,
@@ -39,9 +39,12 @@ ORVI_API void scanDirectories(const String& path, std::vector<String>& names);
 
     Files are regular files: on this system each of them counts as one to be archived, and there is nothing
     else in the way of attributes. What begins with a dot is hidden and passed over, with all below it. A
-    symbolic link is what it leads to, but no directory is looked through twice in one scan: links in a circle
-    come to an end, and where two paths lead to a directory, its files are told by the first. What cannot be
-    opened, or has gone meanwhile, is passed over without a word. Depth has no limit but the system's.
+    symbolic link is what it leads to, but no directory is looked through twice in one scan, so that links in a
+    circle come to an end. Directories that links lead to come last, behind the whole tree, in the order of
+    the paths of their links: so files that have a path without a link below `path` are told by that, others by
+    the link that comes first by its text, in whatever order the system lists them. What cannot be opened, or
+    has gone meanwhile, is passed over without a word. Depth has no limit but the system's. Without memory the
+    scan ends with std::bad_alloc.
 
     The callback runs inside the listing. It may remove files and directories; of those that it makes in the
     directory at hand nobody knows whether they are offered. */
