@@ -236,6 +236,11 @@ TEST_CASE("characters of the code pages")
         {"Chinese, traditional", 950, "\xA4\xA4", wide(L"\u4E2D")},
         {"Korean, beyond the standard set too", 949, "\xB0\xA1\x81\x41", wide(L"\uAC00\uAC02")},
         {"Hebrew with points stays apart", 1255, "\xF9\xD1", wide(L"\u05E9\u05C1")},
+        {"a point that is seldom used", 1255, "\xCA", wide(L"\u05BA")},
+        {"a control character where there is nothing else", 1252, "\x80\x81\x9D", {0x20AC, 0x81, 0x9D}},
+        {"and in another page", 874, "\x84\x85\x9F", {0x84, 0x2026, 0x9F}},
+        {"boxes that have two codes", 950, "\xF9\xF9\xF9\xE9\xF9\xEB\xF9\xEA",
+         wide(L"\u2550\u255E\u2561\u256A")},
         {"Vietnamese with marks stays apart", 1258,
          "a\xEC"
          "b",
@@ -263,10 +268,9 @@ TEST_CASE("what a code page lacks becomes a question mark")
         std::string narrow;
         Wide wide;
     } decoded[] = {
-        {"undefined byte", 1252,
-         "a\x81"
-         "b",
-         wide(L"a?b")},
+        {"undefined bytes", 1255, "\xD9z\xFF", wide(L"?z?")},
+        {"undefined pairs of first bytes that have no others", 950, "\x81\\n\xFE\\n", wide(L"?n?n")},
+        {"the same in Korean", 949, "\xC9\xA1n\xFE\xFEn", wide(L"?n?n")},
         {"no ASCII", 20127, "a\xE9", wide(L"a?")},
         {"first byte at the end", 932, "a\x82", wide(L"a?")},
         {"first byte before a NUL", 936, std::string("\xD6\0a", 3), wide(L"?\0a")},

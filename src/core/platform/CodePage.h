@@ -11,7 +11,8 @@ inline constexpr int utf8CodePage = 65001;
     Writes at most `capacity` units to `target` and no terminator; a null `target` with capacity 0 measures,
     in one pass without writing. A result above `capacity` says that the text was cut (between characters). A
     byte or a pair of bytes that the page does not define becomes one "?", so does a first byte without its
-    second; malformed UTF-8 becomes U+FFFD (one for each maximal ill-formed part). NULs are characters like
+    second; 0x80 to 0x9F, where one of 874 and 1250 to 1258 leaves them free, are the control characters of
+    these numbers. Malformed UTF-8 becomes U+FFFD (one for each maximal ill-formed part). NULs are characters like
     others, never half of one. -1 for a code page that is not known. Code page 0 is 1252. Any number of
     threads. */
 std::ptrdiff_t codePageToWide(int codePage, const char* source, std::size_t size, wchar_t* target,

@@ -54,25 +54,21 @@ public:
 
     bool isOpen() const { return _handle != iconv_t(-1); }
 
-    enum class Result { Complete, Incomplete, Undefined };
-
-    /** Converts one character on its own. The final call matters: without it glibc keeps a letter of 1255 or
+    /** Converts one character on its own; false for one that is not there. The final call matters: without it glibc keeps a letter of 1255 or
         1258 back, to compose it with a mark that may follow. */
-    Result convert(const unsigned char* source, std::size_t size, unsigned char (&target)[8],
-                   std::size_t& length)
+    bool convert(const unsigned char* source, std::size_t size, unsigned char (&target)[8],
+                 std::size_t& length)
     {
         char* in = reinterpret_cast<char*>(const_cast<unsigned char*>(source));
         char* out = reinterpret_cast<char*>(target);
         std::size_t room = sizeof target;
         iconv(_handle, nullptr, nullptr, nullptr, nullptr);
         // A positive result counts characters that came out as something else.
-        const std::size_t lossy = iconv(_handle, &in, &size, &out, &room);
-        if (lossy == std::size_t(-1))
-            return errno == EINVAL ? Result::Incomplete : Result::Undefined;
-        if (lossy != 0 || iconv(_handle, nullptr, nullptr, &out, &room) == std::size_t(-1))
-            return Result::Undefined;
+        if (iconv(_handle, &in, &size, &out, &room) != 0 ||
+            iconv(_handle, nullptr, nullptr, &out, &room) == std::size_t(-1))
+            return false;
         length = sizeof target - room;
-        return Result::Complete;
+        return true;
     }
 
 private:
@@ -89,18 +85,15 @@ public:
 
     bool isOpen() const { return _decoder.isOpen() && _encoder.isOpen(); }
 
-    /** Complete only for a character of one unit, none of our pages has others. */
-    Iconv::Result decode(const unsigned char* source, std::size_t size, wchar_t& unit)
+    /** True only for a character of one unit, none of our pages has others. */
+    bool decode(const unsigned char* source, std::size_t size, wchar_t& unit)
     {
         unsigned char target[8];
         std::size_t length = 0;
-        const Iconv::Result result = _decoder.convert(source, size, target, length);
-        if (result != Iconv::Result::Complete)
-            return result;
-        if (length != 2)
-            return Iconv::Result::Undefined;
+        if (!_decoder.convert(source, size, target, length) || length != 2)
+            return false;
         unit = wchar_t(target[0] | target[1] << 8);
-        return result;
+        return true;
     }
 
     /** The byte or the two bytes as a number, 0 if there are none. */
@@ -110,7 +103,7 @@ public:
                                          static_cast<unsigned char>(unit >> 8)};
         unsigned char target[8];
         std::size_t length = 0;
-        if (_encoder.convert(source, sizeof source, target, length) != Iconv::Result::Complete)
+        if (!_encoder.convert(source, sizeof source, target, length))
             return 0;
         if (length == 1)
             return target[0];
@@ -141,17 +134,65 @@ bool extendsAscii(const wchar_t (&units)[256])
     return true;
 }
 
-bool build(Charset& charset, SingleByteTables& tables)
+/** Windows has the control character of the same number where one of its own pages has nothing else. */
+bool isControl(int codePage, unsigned code)
+{
+    const bool isWindowsPage = codePage == 874 || (codePage >= 1250 && codePage <= 1258);
+    return isWindowsPage && code >= 0x80 && code < 0xA0;
+}
+
+/** Whether a byte begins a pair, be that defined or not. iconv counts only those that begin a defined one, and
+    would let the second half of others pass for a character of its own. */
+bool isLead(int codePage, unsigned byte)
+{
+    constexpr int japanese = 932;
+    if (codePage == japanese)
+        return (byte > 0x80 && byte < 0xA0) || (byte > 0xDF && byte < 0xFD);
+    return byte > 0x80 && byte < 0xFF;
+}
+
+void set(SingleByteTables& tables, std::uint16_t code, wchar_t unit)
+{
+    tables.units[code] = unit;
+    tables.codes[unit] = std::uint8_t(code);
+}
+void set(DoubleByteTables& tables, std::uint16_t code, wchar_t unit)
+{
+    tables.units[tables.rows[code >> 8]][code & 0xFF] = unit;
+    tables.codes[unit] = code;
+}
+
+/** Puts right where iconv lacks a character, or takes another one of two codes for the usual one. */
+template <class Tables>
+void correct(int codePage, Tables& tables)
+{
+    constexpr struct {
+        int codePage;
+        std::uint16_t code;
+        wchar_t unit;
+    } rows[] = {
+        {950, 0xF9F9, 0x2550}, {950, 0xF9E9, 0x255E}, {950, 0xF9EB, 0x2561},
+        {950, 0xF9EA, 0x256A}, {1255, 0xCA, 0x05BA},
+    };
+    for (const auto& row : rows) {
+        if (row.codePage == codePage)
+            set(tables, row.code, row.unit);
+    }
+}
+
+bool build(int codePage, Charset& charset, SingleByteTables& tables)
 {
     for (unsigned i = 0; i < 256; ++i) {
         const auto byte = static_cast<unsigned char>(i);
-        tables.units[byte] = L'?';
-        wchar_t unit;
-        if (charset.decode(&byte, 1, unit) != Iconv::Result::Complete)
+        wchar_t unit = byte;
+        if (!charset.decode(&byte, 1, unit) && !isControl(codePage, byte)) {
+            tables.units[byte] = L'?';
             continue;
+        }
         tables.units[byte] = unit;
         addCode(charset, tables.codes, unit, byte);
     }
+    correct(codePage, tables);
     return extendsAscii(tables.units);
 }
 
@@ -162,29 +203,29 @@ void buildRow(Charset& charset, DoubleByteTables& tables, unsigned char lead)
         const unsigned char pair[2] = {lead, static_cast<unsigned char>(i)};
         row[i] = L'?';
         wchar_t unit;
-        if (charset.decode(pair, 2, unit) != Iconv::Result::Complete)
+        if (!charset.decode(pair, 2, unit))
             continue;
         row[i] = unit;
         addCode(charset, tables.codes, unit, std::uint16_t(pair[0] << 8 | pair[1]));
     }
 }
 
-bool build(Charset& charset, DoubleByteTables& tables)
+bool build(int codePage, Charset& charset, DoubleByteTables& tables)
 {
-    int leads = 0;
+    std::uint8_t leads = 0;
     for (unsigned i = 0; i < 256; ++i) {
         const auto byte = static_cast<unsigned char>(i);
         tables.units[0][byte] = L'?';
         wchar_t unit;
-        const Iconv::Result result = charset.decode(&byte, 1, unit);
-        if (result == Iconv::Result::Complete) {
+        if (isLead(codePage, byte)) {
+            tables.rows[byte] = ++leads;
+            buildRow(charset, tables, byte);
+        } else if (charset.decode(&byte, 1, unit)) {
             tables.units[0][byte] = unit;
             addCode(charset, tables.codes, unit, std::uint16_t(byte));
-        } else if (result == Iconv::Result::Incomplete && leads < DoubleByteTables::maxLeads) {
-            tables.rows[byte] = std::uint8_t(++leads);
-            buildRow(charset, tables, byte);
         }
     }
+    correct(codePage, tables);
     return extendsAscii(tables.units[0]);
 }
 
@@ -202,7 +243,7 @@ State buildOnce(PageSlot& slot, Tables& tables)
     }
     const std::lock_guard lock(buildLock);
     if (slot.state == State::Unbuilt)
-        slot.state = build(charset, tables) ? State::Built : State::Missing;
+        slot.state = build(slot.codePage, charset, tables) ? State::Built : State::Missing;
     return slot.state;
 }
 

@@ -11,7 +11,7 @@ struct SingleByteTables {
 
 /** A code page with characters of one byte and of two. */
 struct DoubleByteTables {
-    static constexpr int maxLeads = 127;
+    static constexpr int maxLeads = 126; // 0x81 to 0xFE
 
     std::uint8_t rows[256];           // by first byte: the row of its pairs in `units`, 0 for a single byte
     wchar_t units[1 + maxLeads][256]; // row 0 by single byte, the others by second byte; "?" if undefined
