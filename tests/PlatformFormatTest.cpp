@@ -155,6 +155,8 @@ TEST_CASE("conventions of Windows' runtime library")
     const auto pointer = reinterpret_cast<void*>(std::uintptr_t(0xABCDEF12));
     CHECK(narrow("%p|%20p|%-18p|%#+p", pointer, pointer, pointer, nullptr) ==
           "00000000ABCDEF12|    00000000ABCDEF12|00000000ABCDEF12  |0000000000000000");
+    CHECK(narrow("%#p|%#20p|%-#20p|", pointer, pointer, pointer) ==
+          "0x00000000ABCDEF12|  0x00000000ABCDEF12|0x00000000ABCDEF12  |");
     int untouched = 5;
     CHECK(narrow("a%nb%d", &untouched, 7) == "ab7");
     CHECK(untouched == 5);
@@ -166,8 +168,8 @@ TEST_CASE("conventions of Windows' runtime library")
 
 TEST_CASE("text arguments in a wide format")
 {
-    CHECK(widely(L"[%s|%S|%hs|%ls|%ws|%lS|%hS]", L"w\u20AC", "n\xE2\x82\xAC", "h", L"l", L"x", L"y", "z") ==
-          wide(L"[w\u20AC|n\u20AC|h|l|x|y|z]"));
+    CHECK(widely(L"[%s|%S|%hs|%ls|%ws|%lS|%hS|%Ls|%LS]", L"w\u20AC", "n\xE2\x82\xAC", "h", L"l", L"x", L"y",
+                 "z", L"L", "M") == wide(L"[w\u20AC|n\u20AC|h|l|x|y|z|L|M]"));
     CHECK(widely(L"%c%C%hc%lc%5c|%-3c|", 0x20AC, 'n', 'h', L'l', L'r', L'f') == wide(L"\u20ACnhl    r|f  |"));
     CHECK(widely(L"%c", 0) == Wide(1, 0));
     CHECK(widely(L"%5s|%-5S|%.2s|%.3S|", L"ab", "\xC3\xA9", L"abc", "ab\xC3\xA9") ==
@@ -178,6 +180,7 @@ TEST_CASE("text arguments in a wide format")
 
 TEST_CASE("text arguments in narrow formats")
 {
+    CHECK(narrow("%hS|%lS|%ws|%Ls|%LS", "h", L"l", L"w", "L", L"M") == "h|l|w|L|M");
     CHECK(narrow("[%s|%S|%hs|%ls|%6S|%-6ls|]", "n\xE2\x82\xAC", L"w\u20AC", "h", L"l", L"\u20AC",
                  L"\U0001F600") == "[n\xE2\x82\xAC|w\xE2\x82\xAC|h|l|   \xE2\x82\xAC|\xF0\x9F\x98\x80  |]");
     CHECK(narrow("%c%C%lc", 'a', 0x20AC, 0xE9) == "a\xE2\x82\xAC\xC3\xA9");

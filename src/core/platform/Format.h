@@ -11,14 +11,15 @@ namespace orvi::platform {
     result above `capacity` says that the text was cut; where a converted text argument is cut, between its
     characters, NULs fill up. `arguments` is copied, not consumed.
 
-    Text arguments: `%s` and `%c` take text of the format's own kind, `%S` and `%C` of the other kind; `%hs`,
-    `%hS`, `%hc` always narrow, `%ls`, `%lS`, `%ws`, `%lc` always wide. Narrow text is UTF-8, in a format of
-    `unsigned char` it is text in the current code page. A null text prints "(null)". A precision counts
-    elements of the argument and never reads beyond them. Numbers: `d i u o x X` with `hh h l ll I I32 I64 j z
-    t w`; plain and `l` follow the C types of this platform (`long` has 64 bits); `e E f F g G a A` with an
-    optional `L`; `p` is upper-case hexadecimal at pointer width without a prefix. The decimal point is "."
-    whatever the locale. `%n` writes nothing and consumes its argument. An unknown conversion is copied as it
-    stands. Sizes beyond what an int holds saturate. A null `format` is an empty one. */
+    Text arguments: `%s` and `%c` take text of the format's own kind, `%S` and `%C` of the other kind, an `L`
+    changes nothing about that; `%hs`, `%hS`, `%hc` always narrow, `%ls`, `%lS`, `%ws`, `%lc` always wide.
+    Narrow text is UTF-8, in a format of `unsigned char` it is text in the current code page. A null text
+    prints "(null)". A precision counts elements of the argument and never reads beyond them. Numbers: `d i u o
+    x X` with `hh h l ll I I32 I64 j z t w`; plain and `l` follow the C types of this platform (`long` has 64
+    bits); `e E f F g G a A` with an optional `L`; `p` is upper-case hexadecimal at pointer width, with `#`
+    behind "0x" unless it is null. The decimal point is "." whatever the locale. `%n` writes nothing and
+    consumes its argument. An unknown conversion is copied as it stands. Sizes beyond what an int holds
+    saturate. A null `format` is an empty one. */
 template <class T>
 std::size_t formatText(T* target, std::size_t capacity, const T* format, std::va_list arguments);
 

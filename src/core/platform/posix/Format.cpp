@@ -217,7 +217,6 @@ private:
             return false;
         case Length::Long:
         case Length::LongLong:
-        case Length::LongDouble:
         case Length::Wide:
             return true;
         default:
@@ -249,7 +248,12 @@ private:
     {
         spec.precision = 2 * int(sizeof(void*));
         const auto address = reinterpret_cast<std::uintptr_t>(va_arg(_arguments.list, void*));
-        putInteger(spec, address, 16, true, {});
+        Prefix prefix;
+        if (spec.alternate && address != 0) {
+            prefix.add('0');
+            prefix.add('x');
+        }
+        putInteger(spec, address, 16, true, prefix);
     }
 
     void putInteger(const FormatSpec& spec, std::uintmax_t value, int base, bool upper,

@@ -14,9 +14,9 @@ ORVI_API bool setCodePage(int codePage);
 ORVI_API bool setCodePage(const char* name);
 
 /** Conversions between the three widths. Null and empty texts give the empty string, and so does a code page
-    that does not exist. A character that a page lacks becomes "?", as does a byte or a pair of bytes that it does
-    not define; but 0x80 to 0x9F, where one of 874 and 1250 to 1258 leaves them free, are the control characters
-    of these numbers. Malformed UTF-8 becomes U+FFFD. */
+    that does not exist. A character that a page lacks becomes "?", as does a byte or a pair of bytes that it
+    does not define; but 0x80 to 0x9F, where one of 874 and 1250 to 1258 leaves them free, are the control
+    characters of these numbers. Malformed UTF-8 becomes U+FFFD. */
 class ORVI_API StringHelper {
 public:
     StringHelper() = delete;
