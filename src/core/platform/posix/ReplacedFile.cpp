@@ -58,13 +58,15 @@ bool hasMagicLinks(int directory)
     return ::fstatfs(directory, &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
-/** Whether the file may be opened as one that is written over in its place. */
-bool isOpenToUs(const char* path, struct stat& status)
+/** Whether the file may be opened as one that is written over in its place, or is missing; `old` and `exists`
+    become what it is now. */
+bool isOpenToUs(int directory, const char* name, struct stat& old, bool& exists)
 {
-    int file = openPath(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    int file = openFrom(directory, name, O_RDWR | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
     if (file < 0)
-        return false;
-    const bool isKnown = ::fstat(file, &status) == 0;
+        return errno == ENOENT;
+    exists = true;
+    const bool isKnown = ::fstat(file, &old) == 0;
     const KeepLastError keep;
     closeFile(file);
     return isKnown;
@@ -100,22 +102,20 @@ unsigned long long randomNumber()
 
 ReplacedFile::Opening ReplacedFile::open(const char* path)
 {
-    struct stat status;
-    const int found =
-        callAt(path, [&](int from, const char* way) { return ::fstatat(from, way, &status, 0); });
+    struct stat old;
+    const int found = callAt(path, [&](int from, const char* way) { return ::fstatat(from, way, &old, 0); });
     if (found != 0 && errno != ENOENT)
         return Opening::Failed;
-    const bool exists = found == 0;
-    if (exists && !S_ISREG(status.st_mode))
+    bool exists = found == 0;
+    if (exists && !S_ISREG(old.st_mode))
         return Opening::Unsuitable;
-    if (exists && !isOpenToUs(path, status))
-        return Opening::Failed;
     const Opening place = findPlace(path);
     if (place != Opening::Ready)
         return place;
+    constexpr mode_t everybody = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
     // Nobody else may see what the old file kept from him.
-    if (createDraft(exists ? S_IRUSR | S_IWUSR : S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH) &&
-        (!exists || takeAttributes(_draft, status)))
+    if (isOpenToUs(_directory, _name, old, exists) && createDraft(exists ? S_IRUSR | S_IWUSR : everybody) &&
+        (!exists || takeAttributes(_draft, old)))
         return Opening::Ready;
     drop();
     return Opening::Failed;
@@ -129,7 +129,7 @@ ReplacedFile::Opening ReplacedFile::findPlace(const char* path)
         if (!enterDirectoryOf(path))
             return Opening::Failed;
         const ssize_t size = ::readlinkat(_directory, _name, link, sizeof link - 1);
-        if (size < 0) // no link, or nothing there yet
+        if (size < 0) // no link, or nothing there yet; one that came meanwhile does not open below
             return errno == EINVAL || errno == ENOENT ? Opening::Ready : Opening::Failed;
         if (hasMagicLinks(_directory))
             return Opening::Unsuitable;

@@ -62,6 +62,8 @@ std::string readFile(const std::string& path)
             count = ::read(file, text.data() + size, text.size() - size);
             size += count > 0 ? static_cast<std::size_t>(count) : 0;
         } while (count > 0 || (count < 0 && errno == EINTR));
+        if (count < 0)
+            size = 0; // a piece of a unit is none
         ::close(file);
     }
     text.resize(size);
