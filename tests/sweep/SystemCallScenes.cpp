@@ -1,0 +1,349 @@
+#include "SystemCallSweep.h"
+
+#include "RecordingLog.h"
+#include "platform/ServiceLink.h"
+#include "platform/ServiceManager.h"
+#include "platform/posix/ServicePlaces.h"
+
+#include <orvi/core/ArchiveFactory.h>
+#include <orvi/core/Configuration.h>
+#include <orvi/core/Console.h>
+#include <orvi/core/Digest.h>
+#include <orvi/core/Directory.h>
+#include <orvi/core/Encoding.h>
+#include <orvi/core/File.h>
+#include <orvi/core/FileMutex.h>
+#include <orvi/core/Json.h>
+#include <orvi/core/MemoryStream.h>
+#include <orvi/core/Time.h>
+#include <orvi/core/Uuid.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace orvi;
+namespace fs = std::filesystem;
+
+namespace {
+
+String nameOf(const fs::path& path) { return StringHelper::utf8ToWide(path.c_str()); }
+
+std::string contentOf(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string patternOf(std::size_t size)
+{
+    std::string text(size, ' ');
+    for (std::size_t i = 0; i < size; ++i)
+        text[i] = static_cast<char>('a' + i * 31 / 7 % 26);
+    return text;
+}
+
+const std::string g_muchText = patternOf((10 << 20) + 30'000); // once, for all children
+
+/** Whether nothing stands there but these. */
+bool holdsOnly(const fs::path& place, std::initializer_list<const char*> names)
+{
+    std::size_t found = 0;
+    for (const char* name : names)
+        found += fs::exists(fs::symlink_status(place / name)) ? 1 : 0;
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(place), {})) == found;
+}
+
+Outcome told(bool success) { return success ? Outcome::Done : Outcome::Failed; }
+
+bool write(File& file, const std::string& text)
+{
+    return file.write(text.data(), static_cast<int>(text.size())) == static_cast<int>(text.size());
+}
+
+Outcome files(const fs::path& place)
+{
+    const std::string head = patternOf(20'000), tail = patternOf(5'000);
+    const String name = nameOf(place / "file");
+    const Handle_T<File> file = File::createInstance();
+    const RecordingLog log;
+    bool isStored = false, isRead = false;
+    std::string found(30'000, ' ');
+    {
+        const Armed armed;
+        isStored = file->open(name, File::readWrite | File::create | File::truncate,
+                              File::permitRead | File::permitWrite);
+        for (std::size_t at = 0; at < head.size(); at += 100)
+            isStored = isStored && write(*file, head.substr(at, 100));
+        isStored = isStored && file->setPosition(0) == 0 && file->getArchiveSize() == 20'000;
+        file->close();
+        isStored = isStored && file->open(name, File::writeOnly | File::append, 0) && write(*file, tail);
+        file->close();
+        isStored = isStored && log.errors().empty(); // of the close
+        isRead = file->open(name, File::readOnly, 0);
+        found.resize(static_cast<std::size_t>(std::max(file->read(found.data(), 30'000), 0)));
+        isRead = isRead && file->eof();
+        file->close();
+    }
+    const std::string stored = contentOf(place / "file");
+    if ((isStored && stored != head + tail) || stored.find(found) != 0 || (isRead && found != stored))
+        return Outcome::Wrong;
+    return told(isStored && isRead);
+}
+
+Outcome temporaryFiles(const fs::path& place)
+{
+    bool isDone = false;
+    {
+        const Armed armed;
+        const Handle_T<TempFile> file = TempFile::createTempFile();
+        char byte = 0;
+        isDone = !file.isNull() && write(*file, "x") && file->setPosition(0) == 0 &&
+                 file->read(&byte, 1) == 1 && byte == 'x';
+    }
+    return holdsOnly(place.parent_path(), {"1", "2"}) || hasFailed("remove") ? told(isDone) : Outcome::Wrong;
+}
+
+Outcome streams(const fs::path&)
+{
+    const std::string& text = g_muchText;
+    std::string found(text.size(), ' ');
+    int written = 0, read = 0;
+    {
+        const Armed armed;
+        const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
+        written = stream->write(text.data(), static_cast<int>(text.size()));
+        for (int count = 1; count > 0; read += std::max(count, 0))
+            count = stream->read(found.data() + read, 3'000);
+    }
+    found.resize(static_cast<std::size_t>(read));
+    return text.find(found) != 0 ? Outcome::Wrong
+                                 : told(written == static_cast<int>(text.size()) && read == written);
+}
+
+Outcome mutexes(const fs::path& place)
+{
+    const String name = nameOf(place / "mutex");
+    bool first = false, second = false, again = false;
+    {
+        const Armed armed;
+        const auto one = FileMutex::createInstance(name), other = FileMutex::createInstance(name);
+        first = one->lock(0);
+        second = other->lock(0);
+        one->unlock();
+        other->unlock();
+        again = other->lock(0);
+    }
+    const bool isLeft = fs::exists(place / "mutex") && !hasFailed("unlink") && !hasFailed("fstat") &&
+                        !hasFailed("stat") && !hasFailed("flock");
+    return (first && second) || isLeft ? Outcome::Wrong : told(first && again);
+}
+
+Outcome directories(const fs::path& place)
+{
+    const String root = nameOf(place) + L"/";
+    std::list<String> found;
+    bool isMade = false;
+    {
+        const Armed armed;
+        createDirectory(L"a/b", root);
+    }
+    isMade = fs::exists(place / "a/b");
+    fs::create_directories(place / "a/b");
+    for (const char* name : {"a/b/one", "a/two", "three"})
+        std::ofstream(place / name) << name;
+    {
+        const Armed armed;
+        scanFiles(found, root, nullptr, true);
+    }
+    for (const String& path : found) {
+        if (!isFileExists(path))
+            return Outcome::Wrong;
+    }
+    return found.size() > 3 ? Outcome::Wrong
+                            : told(isMade && found.size() == 3); // what does not open is passed over
+}
+
+/** With a document there, or a link to one, or none. */
+template <bool isThere>
+Outcome saves(const fs::path& place)
+{
+    const fs::path target = place / "target";
+    fs::create_symlink("target", place / "link");
+    if (isThere) {
+        std::ofstream(target) << "old";
+        ::chmod(target.c_str(), 0604);
+        if (::chown(target.c_str(), 1, 1) != 0) // only root may
+            return Outcome::Wrong;
+    }
+    bool isSaved = false;
+    {
+        const Armed armed;
+        isSaved = Json::save(L"new", nameOf(place / "link"), false);
+    }
+    struct stat status {};
+    ::stat(target.c_str(), &status);
+    const bool isKept = !isThere || (status.st_mode & 0777) == 0604;
+    const bool isWhole = contentOf(target) == (isSaved ? "\"new\"" : isThere ? "old" : "");
+    const bool isClean = holdsOnly(place, {"target", "link"}) || hasFailed("unlinkat");
+    return isWhole && isKept && isClean ? told(isSaved) : Outcome::Wrong;
+}
+
+Outcome loads(const fs::path& place)
+{
+    std::ofstream(place / "conf") << "[a]\n"
+                                  << "# " << patternOf(9'000) << "\nx = 5\n";
+    std::ofstream(place / "json") << "[1, 2]";
+    const String conf = nameOf(place / "conf");
+    const int size = getFileSize(conf);
+    MD5Checksum expected, checksum;
+    calcFileMd5(conf, expected);
+    const RecordingLog log;
+    String text;
+    JsonValue value;
+    bool isLoaded = false, isDigested = false, isOpen = false;
+    {
+        const Armed armed;
+        text = getConfigString(conf, L"a", L"x", L"none");
+        isLoaded = Json::load(value, L"memory://<<file://" + nameOf(place / "json"));
+        isDigested = calcFileMd5(conf, checksum);
+        const Handle_T<Archive> archive = ArchiveFactory::openArchive(L"memory://<<" + conf);
+        isOpen = !archive.isNull();
+        if (isOpen && archive->getArchiveSize() != size)
+            return Outcome::Wrong;
+    }
+    const bool isTold = text == L"5" || !log.errors().empty();
+    const bool isTrue = (!isLoaded || Json::convertToString(value, false) == L"[1,2]") &&
+                        (!isDigested || checksum == expected);
+    return isTold && isTrue ? told(text == L"5" && isLoaded && isDigested && isOpen) : Outcome::Wrong;
+}
+
+Outcome questions(const fs::path& place)
+{
+    std::ofstream(place / "file") << "12345";
+    const String name = nameOf(place / "file");
+    int size = 0, same = 0;
+    Time created, modified;
+    bool isKnown = false;
+    {
+        const Armed armed;
+        size = getFileSize(name);
+        isKnown = getFileInfo(name, same, created, modified) && isFileExists(name);
+    }
+    return (size == 5 || size == -1) && (same == 5 || same == -1) ? told(size == 5 && isKnown)
+                                                                  : Outcome::Wrong;
+}
+
+Outcome services(const fs::path& place)
+{
+    using platform::ServiceManager;
+    auto& places = platform::servicePlaces();
+    places.unitDirectories = {(place / "own").string()};
+    places.runningMark = place;
+    places.command = "/bin/echo";
+    fs::create_directory(place / "own");
+    const platform::ServiceEntry entry{"greeter", "Greeter", {"/bin/true", "word"}, "", true};
+    const auto unit = [&] { return contentOf(place / "own/greeter.service"); };
+    bool isCreated = false, isRemoved = false;
+    String_T<char> line;
+    {
+        const Armed armed;
+        isCreated =
+            ServiceManager::tryAccess() == ServiceManager::Access::Granted && ServiceManager::create(entry);
+    }
+    const bool isWhole = unit().find("ExecStart=:/bin/true word\n") != std::string::npos;
+    if (isCreated ? !isWhole : !unit().empty() && !hasFailed("unlink"))
+        return Outcome::Wrong;
+    if (!isCreated)
+        return hasFailed("unlink") || holdsOnly(place / "own", {"multi-user.target.wants"}) ? Outcome::Failed
+                                                                                            : Outcome::Wrong;
+    {
+        const Armed armed;
+        ServiceManager::queryState(entry.name);
+        line = ServiceManager::commandLineOf(entry.name);
+        isRemoved = ServiceManager::remove(entry.name);
+    }
+    if ((isRemoved && !unit().empty()) || (!line.isEmpty() && line != "/bin/true word"))
+        return Outcome::Wrong;
+    return told(isRemoved && !line.isEmpty());
+}
+
+Outcome links(const fs::path&)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = "@orvi-sweep-" + std::to_string(getpid());
+    std::memcpy(address.sun_path, name.data(), name.size());
+    address.sun_path[0] = 0;
+    const int door = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+    if (bind(door, reinterpret_cast<sockaddr*>(&address), size) != 0)
+        return Outcome::Wrong;
+    setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    bool isReported = false;
+    {
+        const Armed armed;
+        isReported = platform::ServiceLink::report({platform::ServiceState::Running, 0, 0, 0, 0});
+    }
+    char message[100];
+    const bool isHeard = recv(door, message, sizeof message, MSG_DONTWAIT) > 0;
+    close(door);
+    return isReported && !isHeard ? Outcome::Wrong : told(isReported);
+}
+
+Outcome consoles(const fs::path& place)
+{
+    const std::string text = patternOf(40'000);
+    const String wide = StringHelper::utf8ToWide(text.c_str());
+    const int before = dup(STDOUT_FILENO);
+    const int file = open((place / "output").c_str(), O_RDWR | O_CREAT, 0600);
+    dup2(file, STDOUT_FILENO);
+    {
+        const Armed armed;
+        ConsoleScreenBufferInfo info;
+        Console::getScreenBufferInfo(info);
+        Console::setTextAttribute(14);
+        Console::output(L"%s", wide.getBuffer());
+        Console::setTitle(L"title");
+    }
+    dup2(before, STDOUT_FILENO);
+    close(before);
+    close(file);
+    const std::string found = contentOf(place / "output"); // what cannot be written is dropped
+    return text.find(found) != 0 ? Outcome::Wrong : told(found == text);
+}
+
+Outcome uuids(const fs::path&)
+{
+    const Armed armed;
+    const Uuid one = Uuid::create(), other = Uuid::create();
+    return uuid_compare(one, other) != 0 ? Outcome::Done : Outcome::Wrong;
+}
+
+constexpr Scene all[] = {
+    {"files", files},
+    {"temporary files", temporaryFiles},
+    {"streams", streams},
+    {"mutexes", mutexes},
+    {"directories", directories},
+    {"save over a document", saves<true>},
+    {"save a new document", saves<false>},
+    {"loads", loads},
+    {"questions", questions},
+    {"services", services},
+    {"service link", links},
+    {"console", consoles},
+    {"uuids", uuids},
+};
+
+} // namespace
+
+std::span<const Scene> scenes() { return all; }
