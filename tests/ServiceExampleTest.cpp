@@ -87,6 +87,43 @@ TEST_CASE("the daemon answers while its service manager lets it run")
     }
 }
 
+TEST_CASE("a client has a time for a whole line, and who keeps to it stays")
+{
+    const TempDirectory directory;
+    const std::string path = (directory / "socket").string();
+    const ServiceProcess daemon("", [&] {
+        return runExample({"socket=" + path, "patience=2000"}, (directory / "log").string());
+    });
+    const auto connectClient = [&] {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        path.copy(name.sun_path, sizeof name.sun_path - 1);
+        const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        while (connect(client, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0)
+            usleep(1000);
+        return client;
+    };
+    const int slow = connectClient();
+    const int prompt = connectClient();
+    char bytes[100];
+    int answers = 0;
+    bool isOut = false;
+    for (int i = 0; !isOut && i < 3000; ++i) { // too few bytes for a line that is too long
+        isOut = send(slow, "x", 1, MSG_NOSIGNAL) < 0;
+        if (i % 10 == 0) {
+            REQUIRE(send(prompt, "counter reset\n", 14, MSG_NOSIGNAL) == 14);
+            answers += recv(prompt, bytes, sizeof bytes, 0) == 3;
+        }
+        usleep(10'000);
+    }
+    CHECK(isOut);
+    REQUIRE(send(prompt, "counter reset\n", 14, MSG_NOSIGNAL) == 14);
+    CHECK(recv(prompt, bytes, sizeof bytes, 0) == 3);
+    CHECK(answers > 1);
+    close(slow);
+    close(prompt);
+}
+
 TEST_CASE("a wrong call is refused, before anything is installed or removed")
 {
     const TempDirectory directory;

@@ -22,8 +22,9 @@ constexpr int workMs = 2;                // between two looks for what an applic
 
 } // namespace
 
-Door::Door(const orvi::String& path)
+Door::Door(const orvi::String& path, std::chrono::milliseconds patience)
     : _path(orvi::StringHelper::wideToUtf8(path))
+    , _patience(patience)
 {}
 
 bool Door::init()
@@ -76,7 +77,7 @@ void Door::letIn()
         const int socket = accept4(_socket, nullptr, nullptr, SOCK_CLOEXEC);
         if (socket < 0)
             return;
-        _visitors.emplace_back(socket);
+        _visitors.emplace_back(socket, _patience);
     }
 }
 

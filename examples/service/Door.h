@@ -3,8 +3,8 @@
 
 #include <orvi/core/System.h>
 
+#include <chrono>
 #include <list>
-#include <string>
 
 namespace service {
 
@@ -12,7 +12,7 @@ namespace service {
     loop has. */
 class Door final : public orvi::System::Task {
 public:
-    explicit Door(const orvi::String& path);
+    Door(const orvi::String& path, std::chrono::milliseconds patience);
 
     /** Refuses, with the reason in the log, when the socket cannot be opened. */
     bool init() override;
@@ -24,6 +24,7 @@ private:
     void letIn();
 
     orvi::String_T<char> _path;
+    std::chrono::milliseconds _patience; // with each visitor
     int _socket = -1;
     std::list<Visitor> _visitors;
 };

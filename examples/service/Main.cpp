@@ -22,7 +22,7 @@ using orvi::StringHelper;
 namespace {
 
 constexpr char usage[] = R"(usage: service install NAME | remove NAME
-       service [run] [socket=PATH]
+       service [run] [socket=PATH] [patience=MS]
        service talk PATH COMMAND
 
   install   install this program as the service NAME, which starts with the
@@ -30,7 +30,9 @@ constexpr char usage[] = R"(usage: service install NAME | remove NAME
   remove    remove that service again; stop it before
   run       run in the foreground until Ctrl-C and answer at the socket PATH,
             else at ./service.sock; without the word it is the same, and the way
-            in which the service manager starts it
+            in which the service manager starts it. A client that takes longer
+            than MS milliseconds (30000) for a line, or to read what is written
+            to it, is sent away, so that nobody keeps the others out
   talk      send one command and print the answer: "counter start",
             "counter count", "time now", "uuid new"..., or "quit", which ends the
             daemon. The applications are some of apphost's: "counter help"
@@ -105,7 +107,7 @@ int main(int argc, char** argv)
         return installService(argv[2]);
     if (word == "remove" && argc == 3 && isServiceName(argv[2]))
         return removeService(argv[2]);
-    if (word == "run" || word.starts_with("socket="))
+    if (word == "run" || word.starts_with("socket=") || word.starts_with("patience="))
         return run(argc, argv);
     const bool asked = word == "--help";
     std::fputs(usage, asked ? stdout : stderr);

@@ -19,14 +19,14 @@ namespace {
 
 constexpr std::size_t longestLine = 4096;
 constexpr std::size_t mostOutput = 65'536; // an application waits with more
-constexpr std::chrono::seconds patience{30};
 
 bool isLater(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EINTR); }
 
 } // namespace
 
-Visitor::Visitor(int socket)
+Visitor::Visitor(int socket, std::chrono::milliseconds patience)
     : _socket(socket)
+    , _patience(patience)
 {}
 
 Visitor::~Visitor() { close(_socket); }
@@ -43,12 +43,20 @@ void Visitor::turn()
     obey();
     collectAnswer();
     send();
+    if (!isTheirTurn())
+        restartClock();
 }
 
 bool Visitor::isDone() const
 {
     const bool served = _ended && _input.empty() && _output.empty() && !awaitsAnswer();
-    return _broken || served || (!awaitsAnswer() && Clock::now() - _lastMove > patience);
+    return _broken || served || (isTheirTurn() && Clock::now() - _turnBegan > _patience);
+}
+
+void Visitor::restartClock()
+{
+    _turnBegan = Clock::now();
+    _taken = 0;
 }
 
 void Visitor::receive()
@@ -59,7 +67,6 @@ void Visitor::receive()
     const ssize_t count = recv(_socket, bytes, sizeof bytes, MSG_DONTWAIT);
     if (isLater(count))
         return;
-    _lastMove = Clock::now();
     if (count > 0)
         _input.append(bytes, static_cast<std::size_t>(count));
     else
@@ -128,9 +135,14 @@ void Visitor::send()
     const ssize_t count = ::send(_socket, _output.data(), _output.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (isLater(count))
         return;
-    _lastMove = Clock::now();
     _broken = count < 0;
-    _output.erase(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+    if (_broken)
+        return;
+    const auto size = static_cast<std::size_t>(count);
+    _output.erase(0, size);
+    _taken += size;
+    if (_output.empty() || _taken > mostOutput) // byte by byte would take for ever
+        restartClock();
 }
 
 } // namespace service
