@@ -470,8 +470,10 @@ void killSavers(int times)
     for (int i = 0; i < times; ++i) {
         const pid_t child = fork();
         REQUIRE(child >= 0);
-        for (int turn = 0; child == 0; ++turn)
-            Json::save(documents[turn % 2], path, false);
+        if (child == 0) {
+            for (unsigned int turn = 0;; ++turn)
+                Json::save(documents[turn % 2], path, false);
+        }
         usleep(static_cast<useconds_t>(random() % 5'000));
         kill(child, SIGKILL);
         int status = -1;

@@ -227,6 +227,10 @@ int main(int count, char** words)
         *g_record = {};
         faults += isRight(scene, "", 0, 0) ? 0 : 1;
         records.push_back(*g_record);
+        int calls = 0;
+        for (const Call& call : g_record->calls)
+            calls += call.count;
+        std::printf("%s: %d calls\n", scene.name, calls);
     }
     for (std::size_t round = 0; round < std::size(Call().errors);
          ++round) { // so a short run has all calls fail

@@ -80,6 +80,22 @@ int copyAside(int file) { return ::fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 
 
 int openTerminal() { return aboveStandardStreams(::open("/dev/tty", O_RDWR | O_CLOEXEC)); }
 
+/** False, with nothing saved, when one that is open cannot be copied. */
+bool saveStreams()
+{
+    const int input = copyAside(STDIN_FILENO);
+    if (input < 0 && errno != EBADF)
+        return false;
+    const int output = copyAside(STDOUT_FILENO);
+    if (output < 0 && errno != EBADF) {
+        if (input >= 0)
+            ::close(input);
+        return false;
+    }
+    g_saved = {true, input, output};
+    return true;
+}
+
 /** Makes `file` the standard stream `stream`, or closes that for -1. */
 void restore(int file, int stream)
 {
@@ -135,8 +151,10 @@ bool ConsoleDevice::attach()
         return false;
     if (isOpen())
         std::fflush(stdout); // that text was meant for the other place
-    if (!g_saved.attached)
-        g_saved = {true, copyAside(STDIN_FILENO), copyAside(STDOUT_FILENO)};
+    if (!g_saved.attached && !saveStreams()) {
+        ::close(terminal);
+        return false;
+    }
     ::dup2(terminal, STDIN_FILENO);
     ::dup2(terminal, STDOUT_FILENO);
     ::close(terminal);
