@@ -432,7 +432,7 @@ TEST_CASE("values travel through streams and files as UTF-8")
     CHECK(!Json::save(value, directory.name("missing/value"), false));
     CHECK(!Json::save(value, L"", false));
     CHECK(!Json::save(value, L"/dev/full", true));
-    CHECK(log.errors().size() >= 4);
+    CHECK(log.errors().size() == 3); // none for the empty name
 }
 
 namespace {
@@ -531,6 +531,13 @@ TEST_CASE("a save that fails leaves the old document, and one that does not keep
     CHECK(fs::is_symlink(directory / "dangling"));
     CHECK(save(std::string(255, 'n').c_str()));
     CHECK(!save(std::string(256, 'n').c_str()));
+    int ends[2];
+    REQUIRE(pipe(ends) == 0);
+    const String pipePath = StringHelper::utf8ToWide(("/dev/fd/" + std::to_string(ends[1])).c_str());
+    char digit = 0;
+    CHECK((Json::save(2, pipePath, false) && read(ends[0], &digit, 1) == 1 && digit == '2'));
+    close(ends[0]);
+    close(ends[1]);
     CHECK(!Json::save(2, L"/dev/full", false));
     CHECK(fs::is_character_file("/dev/full"));
     for (const auto& entry : fs::recursive_directory_iterator(directory.path()))

@@ -5,10 +5,13 @@
 #include <orvi/core/Log.h>
 #include <orvi/core/Text.h>
 
+#include "platform/FileHandle.h"
 #include "platform/FilePath.h"
 #include "platform/ReplacedFile.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 
 namespace orvi {
 
@@ -34,15 +37,30 @@ bool fail(const wchar_t* format, const String& path)
     return false;
 }
 
-/** Writes to a device or a pipe. */
+/** Takes the text for a device or a pipe. */
+class Device final : public Output {
+public:
+    int write(const void* data, int size) override
+    {
+        const auto* bytes = static_cast<const unsigned char*>(data);
+        std::ptrdiff_t done = 0;
+        for (std::ptrdiff_t count = 1; done < size && count > 0; done += std::max<std::ptrdiff_t>(count, 0))
+            count = file.write(done, bytes + done, static_cast<std::size_t>(size - done));
+        return static_cast<int>(done);
+    }
+
+    platform::FileHandle file;
+};
+
 bool saveInPlace(const JsonValue& value, const String& path, bool pretty)
 {
-    const Handle_T<File> file = File::createInstance();
-    if (!file->open(path, File::create | File::truncate | File::readWrite,
-                    File::permitRead | File::permitWrite))
-        return false;
-    // The last bytes leave the file's buffer here, where it can still be told that they did not.
-    return Json::write(value, file, pretty) && file->setPosition(0) == 0;
+    const Handle_T<Device> device = new Device;
+    if (!device->file.open(
+            platform::bytesFromPath(path),
+            {.access = platform::FileHandle::Access::ReadWrite, .create = true, .truncate = true}))
+        return fail(L"Open file error! %s File:%s", path);
+    return (Json::write(value, device, pretty) && device->file.close()) ||
+           fail(L"Write file error! %s File:%s", path);
 }
 
 } // namespace
