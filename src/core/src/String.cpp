@@ -1,9 +1,9 @@
 #include <orvi/core/String.h>
 
 #include <orvi/core/Encoding.h>
-#include <orvi/core/Log.h>
 
 #include "StringAccess.h"
+#include "WholeTexts.h"
 #include "WideText.h"
 #include "platform/CodePage.h"
 #include "platform/Format.h"
@@ -160,7 +160,7 @@ typename String_T<T>::StringData* String_T<T>::create(std::size_t elements)
     if (block != nullptr && bytes >= platform::largeBlockBytes)
         platform::prepareLargeBlock(block, bytes);
     if (block == nullptr) {
-        Log::error(L"Allocate memory(%zu) error!", sizeof(StringData) + bytes);
+        missText(sizeof(StringData) + bytes);
         return nullptr;
     }
     return adopt(block, elements);
@@ -202,14 +202,18 @@ bool String_T<T>::fork()
 }
 
 template <class T>
-void String_T<T>::assign(const T* text, std::size_t elements)
+bool String_T<T>::assign(const T* text, std::size_t elements)
 {
     if (elements == 0) {
         attachEmpty();
-    } else if (StringData* data = create(elements)) {
-        copyElements(textOf(data), text, elements);
-        attach(data);
+        return true;
     }
+    StringData* data = create(elements);
+    if (data == nullptr)
+        return false;
+    copyElements(textOf(data), text, elements);
+    attach(data);
+    return true;
 }
 
 template <class T>
@@ -453,10 +457,8 @@ int String_T<T>::vprintf(const T* format, std::va_list arguments)
     constexpr std::size_t shortText = 256; // most texts need one pass
     T buffer[shortText];
     const std::size_t elements = platform::formatText(buffer, shortText, format, arguments);
-    if (elements <= shortText) {
-        assign(buffer, elements);
-        return elementCount();
-    }
+    if (elements <= shortText)
+        return assign(buffer, elements) ? static_cast<int>(elements) : 0;
     if (StringData* data = create(elements)) {
         platform::formatText(textOf(data), elements, format, arguments);
         attach(data);
@@ -580,16 +582,62 @@ String_T<T> String_T<T>::operator+(const T* right) const
 }
 
 template <class T>
-String_T<T> String_T<T>::append(const T* right, std::size_t elements) const
+String_T<T>& String_T<T>::operator+=(const String_T& right)
 {
-    const auto own = static_cast<std::size_t>(elementCount());
+    if (isEmpty())
+        return *this = right;
+    return extend(right._text, static_cast<std::size_t>(right.elementCount()));
+}
+
+template <class T>
+String_T<T>& String_T<T>::operator+=(const T* right)
+{
+    return right != nullptr ? extend(right, text::length(right)) : *this;
+}
+
+template <class T>
+String_T<T>& String_T<T>::operator+=(int ch)
+{
+    const Encoded<T> encoded(ch);
+    return extend(encoded.text, static_cast<std::size_t>(encoded.size));
+}
+
+template <class T>
+String_T<T> String_T<T>::join(const T* left, const String_T& right)
+{
+    const std::size_t elements = left != nullptr ? text::length(left) : 0;
+    if (elements == 0)
+        return right;
+    return join(left, elements, right._text, static_cast<std::size_t>(right.elementCount()));
+}
+
+template <class T>
+String_T<T> String_T<T>::join(const T* left, std::size_t leftSize, const T* right, std::size_t rightSize)
+{
     String_T result;
-    if (StringData* data = create(own + elements)) {
-        copyElements(textOf(data), _text, own);
-        copyElements(textOf(data) + own, right, elements);
+    if (StringData* data = create(leftSize + rightSize)) {
+        copyElements(textOf(data), left, leftSize);
+        copyElements(textOf(data) + leftSize, right, rightSize);
         result.attach(data);
     }
     return result;
+}
+
+template <class T>
+String_T<T> String_T<T>::append(const T* right, std::size_t elements) const
+{
+    return join(_text, static_cast<std::size_t>(elementCount()), right, elements);
+}
+
+template <class T>
+String_T<T>& String_T<T>::extend(const T* right, std::size_t elements)
+{
+    if (elements > 0) {
+        String_T longer = append(right, elements);
+        if (!longer.isEmpty())
+            *this = std::move(longer);
+    }
+    return *this;
 }
 
 template class String_T<wchar_t>;

@@ -1,7 +1,6 @@
 #pragma once
-#include <orvi/core/Log.h>
-
 #include "StringAccess.h"
+#include "WholeTexts.h"
 #include "platform/LargeBlock.h"
 
 #include <algorithm>
@@ -42,6 +41,9 @@ public:
     }
     /** Takes in the first elements of the room. */
     void add(std::size_t elements) { _at += elements; }
+
+    /** Of a failure: whether it is not memory that lacks. */
+    bool isTooLong() const { return size() > maxElements; }
 
     /** Gives the text to `target` and is not used any more. False, and a line in the log, as above. */
     bool finish(String_T<T>& target)
@@ -134,7 +136,7 @@ private:
 
     static bool fail(std::size_t elements)
     {
-        Log::error(L"Allocate memory(%zu) error!", bytesFor(elements));
+        missText(bytesFor(elements));
         return false;
     }
 

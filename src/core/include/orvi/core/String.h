@@ -23,8 +23,8 @@ struct StringAccess; // the library's own way to write straight into a fresh blo
     are the same. Positions beyond the text are taken as its end.
 
     Strings that share a block may live in different threads; one string object is for one thread at a time.
-    No operation throws: when memory runs out one line goes to Log::error, a new string is empty and a changed
-    one keeps its text. */
+    No operation throws: when memory runs out, or a text would be larger than getBufferLength can tell, one line goes to
+    Log::error, a new string is empty and a changed one keeps its text. */
 template <class T>
 class String_T {
 public:
@@ -117,7 +117,7 @@ public:
     /** Replaces the text by a formatted one, with the conventions of Windows' printf family: in a wide format
         `%s` takes wide text, `%S` and `%hs` UTF-8; in a narrow one `%s` takes narrow text, `%S` and `%ls`
         wide text; `%I64d`, upper-case `%p`, "." as decimal point in every locale. Gives the elements written.
-        Arguments may lie in this string's own text. Pass `getBuffer()`, not a String, for `%s`. */
+        0 without memory. Arguments may lie in this string's own text. Pass `getBuffer()`, not a String, for `%s`. */
     int format(const T* format, ...);
     int vprintf(const T* format, std::va_list arguments);
 
@@ -137,9 +137,9 @@ public:
 
     String_T operator+(const String_T& right) const;
     String_T operator+(const T* right) const;
-    String_T& operator+=(const String_T& right) { return *this = *this + right; }
-    String_T& operator+=(const T* right) { return *this = *this + right; }
-    String_T& operator+=(int ch) { return *this = *this + String_T(ch); }
+    String_T& operator+=(const String_T& right);
+    String_T& operator+=(const T* right);
+    String_T& operator+=(int ch);
 
     // Both orders are spelt out: a missing one would silently compare or add pointers.
     friend bool operator==(const String_T& a, const String_T& b) noexcept
@@ -163,7 +163,7 @@ public:
     friend bool operator>=(const String_T& a, const String_T& b) noexcept { return a.compare(b._text) >= 0; }
     friend bool operator>=(const String_T& a, const T* b) noexcept { return a.compare(b) >= 0; }
     friend bool operator>=(const T* a, const String_T& b) noexcept { return b.compare(a) <= 0; }
-    friend String_T operator+(const T* left, const String_T& right) { return String_T(left) + right; }
+    friend String_T operator+(const T* left, const String_T& right) { return join(left, right); }
 
 private:
     friend struct StringAccess<T>;
@@ -219,8 +219,11 @@ private:
     bool fork();
     int countLength() const noexcept;
     int elementCount() const noexcept { return static_cast<int>(getData()->bufferLength / sizeof(T)) - 1; }
-    void assign(const T* text, std::size_t elements);
+    bool assign(const T* text, std::size_t elements);
+    static String_T join(const T* left, const String_T& right);
+    static String_T join(const T* left, std::size_t leftSize, const T* right, std::size_t rightSize);
     String_T append(const T* right, std::size_t elements) const;
+    String_T& extend(const T* right, std::size_t elements);
     void shiftCase(T first, T last, int distance);
     String_T& cut(const T* begin, const T* end);
 
