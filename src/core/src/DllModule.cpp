@@ -3,7 +3,10 @@
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
 
+#include "Registration.h"
 #include "platform/ModuleLoader.h"
+
+#include <cerrno>
 
 namespace orvi {
 
@@ -12,7 +15,13 @@ Handle_T<DllModule> DllModule::createInstance() { return new DllModule; }
 bool DllModule::load(const String& fileName)
 {
     String reason;
+    const unsigned int missed = missedRegistrations();
     void* module = platform::loadModule(fileName, reason);
+    if (module != nullptr && missed != missedRegistrations()) {
+        platform::unloadModule(module); // half of its classes would be missing as long as it is there
+        module = nullptr;
+        reason = getErrorString(ENOMEM);
+    }
     if (module == nullptr) {
         Log::error(L"Unable to load %s.  %s", fileName.getBuffer(), reason.getBuffer());
         return false;

@@ -3,6 +3,9 @@
 #include <orvi/core/Exception.h>
 #include <orvi/core/Log.h>
 
+#include "Registration.h"
+#include "WholeTexts.h"
+
 namespace orvi {
 
 namespace {
@@ -112,12 +115,37 @@ void property::refuseType(const IPropertyAttribute& attribute, const void* targe
     refuseSet(attribute, target, converter);
 }
 
-void property::mergeOnce(PropertyAttributes& own, Mutex& mutex, std::atomic<int>& isMerged,
+/** All of them, or none. */
+static void fillOnce(PropertyAttributes& own, property::Fill fill)
+{
+    if (!own.empty())
+        return;
+    const WholeTexts texts;
+    PropertyAttributes attributes;
+    fill(attributes);
+    texts.check();
+    own.swap(attributes);
+}
+
+bool property::fillAtLoad(PropertyAttributes& own, Fill fill, Mutex& mutex)
+{
+    try {
+        const MutexGuard guard(mutex);
+        fillOnce(own, fill);
+        return true;
+    } catch (const std::bad_alloc&) {
+        missRegistration(L"Properties:");
+    }
+    return false;
+}
+
+void property::mergeOnce(PropertyAttributes& own, Fill fill, Mutex& mutex, std::atomic<int>& isMerged,
                          const PropertyAttributes& base)
 {
     const MutexGuard guard(mutex);
     if (isMerged.load(std::memory_order_relaxed) != 0)
         return;
+    fillOnce(own, fill);
     PropertyAttributeHelper::mergePropertyAttribute(own, base);
     isMerged.store(1, std::memory_order_release);
 }

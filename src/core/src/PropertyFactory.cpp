@@ -4,6 +4,8 @@
 
 #include "Immortal.h"
 #include "Notice.h"
+#include "Registration.h"
+#include "WholeTexts.h"
 
 #include <cstring>
 #include <map>
@@ -64,8 +66,10 @@ bool PropertyFactory::setUpPropertyConverter(IPropertyConverter* converter)
         known = find(converters.byPropertyType, propertyType);
         other = find(converters.byRttiClassName, rttiClassName);
         if (known.isNull() && other.isNull()) {
-            converters.byPropertyType.emplace(propertyType, fresh);
-            converters.byRttiClassName.emplace(rttiClassName, fresh);
+            Index freshType{{propertyType, fresh}};
+            Index freshClass{{rttiClassName, fresh}};
+            converters.byPropertyType.merge(freshType); // both or none: this needs no memory
+            converters.byRttiClassName.merge(freshClass);
             return true;
         }
     }
@@ -105,17 +109,49 @@ IPropertyConverter* PropertyFactory::getPropertyConverterByRttiClassName(const S
     return find(converters.byRttiClassName, rttiClassName);
 }
 
-PropertyMembership::PropertyMembership(IPropertyConverter* converter)
+PropertyMembership::PropertyMembership(IPropertyConverter* converter) { join(converter); }
+
+PropertyMembership::PropertyMembership(const String& name, const wchar_t* suffix,
+                                       IPropertyConverter* (*make)(const String&))
+{
+    try {
+        const WholeTexts texts;
+        const String propertyType = name + suffix;
+        const Converter made = make(propertyType);
+        if (texts.areAll() && !name.isEmpty()) {
+            join(made);
+            return;
+        }
+    } catch (const std::bad_alloc&) { // told below
+    }
+    missRegistration(L"Property:");
+}
+
+void PropertyMembership::join(IPropertyConverter* converter)
 {
     const Converter held = converter; // the registry may refuse it
     _propertyType = held->getPropertyType();
-    _joined = PropertyFactory::setUpPropertyConverter(held);
+    try {
+        _joined = PropertyFactory::setUpPropertyConverter(held);
+    } catch (const std::bad_alloc&) {
+        missRegistration(L"Property:");
+    }
 }
 
-PropertyMembership::~PropertyMembership()
+PropertyMembership::~PropertyMembership() { leave(); }
+
+void PropertyMembership::leave() const noexcept
 {
     if (_joined)
         PropertyFactory::tearDownPropertyConverter(_propertyType);
+    _joined = false;
+}
+
+bool PropertyMembership::refuse() const
+{
+    leave();
+    missRegistration(L"Property:");
+    return false;
 }
 
 } // namespace orvi

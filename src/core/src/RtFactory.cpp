@@ -5,7 +5,11 @@
 
 #include "Immortal.h"
 #include "Notice.h"
+#include "Registration.h"
+#include "WholeTexts.h"
+#include "platform/CodePage.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <map>
@@ -59,9 +63,8 @@ Handle_T<Unknown> create(const Map& map, const Key& key)
     return creator();
 }
 
-} // namespace
-
-bool Unknown::RtFactory::setupCreator(Creator creator)
+/** setupCreator, but for what throws. */
+bool join(Creator creator)
 {
     Registry& classes = registry();
     std::unique_lock lock(classes.mutex);
@@ -73,8 +76,10 @@ bool Unknown::RtFactory::setupCreator(Creator creator)
     const bool nameIsNew = named == classes.names.end();
     const bool idIsNew = identified == classes.ids.end();
     if (nameIsNew && idIsNew) {
-        classes.names.emplace(name, creator);
-        classes.ids.emplace(id, creator);
+        std::map<String, Creator> freshName{{name, creator}};
+        std::map<unsigned int, Creator> freshId{{id, creator}};
+        classes.names.merge(freshName); // both or none: this needs no memory
+        classes.ids.merge(freshId);
         return true;
     }
     const bool isKnown = !nameIsNew && !idIsNew && named->second == creator && identified->second == creator;
@@ -90,12 +95,82 @@ bool Unknown::RtFactory::setupCreator(Creator creator)
     return false;
 }
 
+std::atomic<unsigned int> missed = 0;
+
+/** The id of a class name, of which no copy is made: a class leaves also when there is no memory. */
+unsigned int classIdOf(const wchar_t* name)
+{
+    unsigned int id = 0;
+    for (unsigned int index = 0; *name != 0;) {
+        const std::size_t units = (name[0] & 0xFC00) == 0xD800 && (name[1] & 0xFC00) == 0xDC00 ? 2 : 1;
+        char bytes[5] = {};
+        platform::wideToCodePage(platform::utf8CodePage, name, units, bytes, sizeof bytes - 1);
+        name += units;
+        for (const char* p = bytes; *p != 0; ++p)
+            id += static_cast<unsigned int>(static_cast<unsigned char>(*p)) << (5 * (index++ % 6));
+    }
+    return id != 0 ? id : computeClassId("");
+}
+
+} // namespace
+
+unsigned int missedRegistrations() noexcept { return missed; }
+
+void missRegistration(const wchar_t* what)
+{
+    ++missed;
+    Log::error(L"%s setup error! Out of memory", what);
+}
+
+bool Unknown::RtFactory::setupCreator(Creator creator)
+{
+    try {
+        return join(creator);
+    } catch (const std::bad_alloc&) {
+        missRegistration(L"RTTI:");
+    }
+    return false;
+}
+
 void Unknown::RtFactory::unsetupCreator(const String& name)
 {
     Registry& classes = registry();
     const std::lock_guard guard(classes.mutex);
     classes.names.erase(name);
-    classes.ids.erase(ClassType(name).getClassId());
+    classes.ids.erase(classIdOf(name));
+}
+
+bool joinRegistry(bool hasExit, Unknown::RtFactory::Creator creator)
+{
+    if (!hasExit)
+        missRegistration(L"RTTI:");
+    return hasExit && Unknown::RtFactory::setupCreator(creator);
+}
+
+void leaveRegistry(Unknown::RtFactory::Creator creator) noexcept
+{
+    Registry& classes = registry();
+    const std::lock_guard guard(classes.mutex);
+    const auto isOurs = [creator](const auto& entry) { return entry.second == creator; };
+    std::erase_if(classes.names, isOurs);
+    std::erase_if(classes.ids, isOurs);
+}
+
+String className(const wchar_t* name)
+{
+    String text(name);
+    if (text.isEmpty())
+        throw std::bad_alloc();
+    return text;
+}
+
+String classNameAtLoad(const String& (*getName)())
+{
+    try {
+        return getName();
+    } catch (const std::bad_alloc&) {
+        return String();
+    }
 }
 
 Unknown::Handle_T<Unknown> Unknown::RtFactory::createClassInstance(const String& name)
@@ -120,7 +195,7 @@ void Unknown::RtFactory::getRtClassNames(std::vector<String>& names)
 
 Unknown::ClassType::ClassType(const String& name)
     : _name(name)
-    , _id(computeClassId(StringHelper::wideToUtf8(name)))
+    , _id(classIdOf(name))
 {}
 
 void Unknown::ClassType::setClass(const Unknown* object)
@@ -136,9 +211,12 @@ Unknown::Handle_T<Unknown> Unknown::ClassType::createInstance() const
 
 String typeName(const std::type_info& type)
 {
+    constexpr int withoutMemory = -1;
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> readable(
         abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
+    if (status == withoutMemory)
+        throw std::bad_alloc();
     return StringHelper::utf8ToWide(status == 0 ? readable.get() : type.name());
 }
 

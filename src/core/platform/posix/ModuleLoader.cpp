@@ -22,7 +22,12 @@ void* loadModule(const String& fileName, String& reason)
         reason = getErrorString(ENOENT);
         return nullptr;
     }
-    void* module = dlopen(bytesFromPath(fileName), RTLD_NOW | RTLD_LOCAL);
+    const String_T<char> path = bytesFromPath(fileName);
+    if (path.isEmpty()) {
+        reason = getErrorString(ENOMEM);
+        return nullptr;
+    }
+    void* module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr)
         reason = lastReason();
     return module;

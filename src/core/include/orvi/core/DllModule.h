@@ -25,8 +25,8 @@ public:
     DllModule& operator=(const DllModule&) = default;
 
     /** Loads the library `fileName`: a path, or a name without "/" that is looked for in the system's places.
-        All that it needs must be there, to the last symbol. False, a line in the log and the former state on
-        failure. A second load() keeps the former library in the process. */
+        All that it needs must be there, to the last symbol, and memory for all that it registers. False, a line in the
+        log and the former state on failure. A second load() keeps the former library in the process. */
     virtual bool load(const String& fileName);
     /** Lets go of the library; without one nothing. */
     virtual void unload();

@@ -95,8 +95,12 @@ namespace property {
 [[noreturn]] ORVI_API void refuseType(const IPropertyAttribute& attribute, const void* target,
                                       const IPropertyConverter* converter);
 
+using Fill = void (*)(PropertyAttributes& attributes);
+
+/** Lists the attributes of a class while its module is loaded. False without memory: then mergeOnce does it. */
+ORVI_API bool fillAtLoad(PropertyAttributes& own, Fill fill, Mutex& mutex);
 /** Adds the base's attributes, unless another thread has done so meanwhile. */
-ORVI_API void mergeOnce(PropertyAttributes& own, Mutex& mutex, std::atomic<int>& isMerged,
+ORVI_API void mergeOnce(PropertyAttributes& own, Fill fill, Mutex& mutex, std::atomic<int>& isMerged,
                         const PropertyAttributes& base);
 
 } // namespace property

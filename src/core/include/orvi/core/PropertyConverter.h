@@ -264,24 +264,37 @@ template <class T>
 class PropertyConverters {
 public:
     explicit PropertyConverters(const String& name)
-        : _single(makeSingle(name))
-        , _vector(new PropertyConverterUnit<std::vector<Item>>(name + L"Array"))
-        , _list(new PropertyConverterUnit<std::list<Item>>(name + L"List"))
+        : _single(name, L"", make<Single>)
+        , _vector(name, L"Array", make<PropertyConverterUnit<std::vector<Item>>>)
+        , _list(name, L"List", make<PropertyConverterUnit<std::list<Item>>>)
     {}
 
-    /** Whether the registry took all three. */
+    /** Whether the registry took all three: not without memory. */
     bool joined() const noexcept { return _single.joined() && _vector.joined() && _list.joined(); }
+
+    /** At the exit of the module that a property class stands in: the compiler does not look whether there was memory
+        to arrange for the destructor, which then never runs. */
+    void leave() const noexcept
+    {
+        for (const PropertyMembership* membership : {&_list, &_vector, &_single})
+            membership->leave();
+    }
+    /** Where that could not be arranged either; false. */
+    bool refuse() const
+    {
+        leave();
+        return _single.refuse();
+    }
 
 private:
     static constexpr bool isClass = std::is_base_of_v<Unknown, T>;
     using Item = std::conditional_t<isClass, Unknown::Handle_T<T>, T>;
+    using Single = std::conditional_t<isClass, PropertyConverter<T>, PropertyConverterUnit<T>>;
 
-    static IPropertyConverter* makeSingle(const String& name)
+    template <class Converter>
+    static IPropertyConverter* make(const String& name)
     {
-        if constexpr (isClass)
-            return new PropertyConverter<T>(name);
-        else
-            return new PropertyConverterUnit<T>(name);
+        return new Converter(name);
     }
 
     PropertyMembership _single;

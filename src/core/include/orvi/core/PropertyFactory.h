@@ -60,16 +60,24 @@ public:
 class ORVI_API PropertyMembership {
 public:
     explicit PropertyMembership(IPropertyConverter* converter);
+    /** Of the converter that `make` makes for the type `name` with `suffix` behind it. */
+    PropertyMembership(const String& name, const wchar_t* suffix, IPropertyConverter* (*make)(const String&));
     ~PropertyMembership();
     PropertyMembership(const PropertyMembership&) = delete;
     PropertyMembership& operator=(const PropertyMembership&) = delete;
 
-    /** Whether the registry took the converter. */
+    /** Whether the registry took the converter: not without memory. */
     bool joined() const noexcept { return _joined; }
+    /** Ends the membership now. */
+    void leave() const noexcept;
+    /** The same, for want of memory; false. */
+    bool refuse() const;
 
 private:
+    void join(IPropertyConverter* converter);
+
     String _propertyType;
-    bool _joined;
+    mutable bool _joined = false;
 };
 
 } // namespace orvi

@@ -6,6 +6,7 @@
 #include <orvi/core/Unknown.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <type_traits>
 #include <typeinfo>
 
@@ -194,15 +195,13 @@ private:
 namespace property {
 
 template <class C>
-PropertyAttributes fill(void (*list)(PropertyTable<C>&))
+void fill(PropertyAttributes& attributes, void (*list)(PropertyTable<C>&))
 {
     static_assert(!std::is_abstract_v<C>,
                   "a property class makes objects of itself when a document names it: this one is "
                   "abstract, leave ORVI_DECLARE_PROPERTY to the classes derived from it");
-    PropertyAttributes attributes;
     PropertyTable<C> table(attributes);
     list(table);
-    return attributes;
 }
 
 } // namespace property
@@ -236,62 +235,72 @@ PropertyAttributes fill(void (*list)(PropertyTable<C>&))
             static Mutex g_classProperties_mutex_;             // for adding those
             static std::atomic<int> g_classProperties_flag_;   // 1 once that is done
             static const bool g_registerProperty_;             // what registerProperty_, run at load, gives
-            static bool registerProperty_();                   // lists the properties; true
+            static bool registerProperty_();                   // lists the properties; false without memory: on first use
             static void listProperties_(PropertyTable<Circle>& table);
+            static void fillProperties_(PropertyAttributes& attributes); // by that list
             static PropertyAttributes& propertyAttributes_();  // g_propertyAttributes_, made on first use
-            static const PropertyConverters<Circle> g_propertyConverters_; // of Circle, vectors and lists of it  */
-#define ORVI_DECLARE_PROPERTY(Class, ...)                                                               \
-    ORVI_DECLARE_CLASS(Class);                                                                          \
-                                                                                                        \
-public:                                                                                                 \
-    using PropertyBase_ = __VA_ARGS__;                                                                  \
-    static ::orvi::Unknown::Handle_T<Class> createInstance();                                           \
-    const ::orvi::PropertyAttributes& getPropertyAttributes() const override                            \
-    {                                                                                                   \
-        if (g_classProperties_flag_.load(std::memory_order_acquire) == 0)                               \
-            ::orvi::property::mergeOnce(propertyAttributes_(), g_classProperties_mutex_,                \
-                                        g_classProperties_flag_,                                        \
-                                        ::orvi::property::attributesOfBase<Class, __VA_ARGS__>(*this)); \
-        return propertyAttributes_();                                                                   \
-    }                                                                                                   \
-    const ::orvi::String& getPropertyType() const override { return getClassName_(); }                  \
+            static const PropertyConverters<Circle> g_propertyConverters_; // of Circle, vectors and lists of it
+            static const bool g_propertyExit_;                 // whether they leave with the module: else they did not join  */
+#define ORVI_DECLARE_PROPERTY(Class, ...)                                                                 \
+    ORVI_DECLARE_CLASS(Class);                                                                            \
+                                                                                                          \
+public:                                                                                                   \
+    using PropertyBase_ = __VA_ARGS__;                                                                    \
+    static ::orvi::Unknown::Handle_T<Class> createInstance();                                             \
+    const ::orvi::PropertyAttributes& getPropertyAttributes() const override                              \
+    {                                                                                                     \
+        if (g_classProperties_flag_.load(std::memory_order_acquire) == 0)                                 \
+            ::orvi::property::mergeOnce(propertyAttributes_(), fillProperties_, g_classProperties_mutex_, \
+                                        g_classProperties_flag_,                                          \
+                                        ::orvi::property::attributesOfBase<Class, __VA_ARGS__>(*this));   \
+        return propertyAttributes_();                                                                     \
+    }                                                                                                     \
+    const ::orvi::String& getPropertyType() const override { return getClassName_(); }                    \
     ORVI_DECLARE_PROPERTY_TABLE(Class)
 
 /** The part of ORVI_DECLARE_PROPERTY that Property itself uses too. */
-#define ORVI_DECLARE_PROPERTY_TABLE(Class)                            \
-public:                                                               \
-    static const ::orvi::String g_propertyType;                       \
-                                                                      \
-private:                                                              \
-    static ::orvi::PropertyAttributes& g_propertyAttributes_;         \
-    static ::orvi::Mutex g_classProperties_mutex_;                    \
-    static std::atomic<int> g_classProperties_flag_;                  \
-    static const bool g_registerProperty_;                            \
-    static bool registerProperty_();                                  \
-    static void listProperties_(::orvi::PropertyTable<Class>& table); \
-    static ::orvi::PropertyAttributes& propertyAttributes_();         \
-    static const ::orvi::PropertyConverters<Class> g_propertyConverters_
+#define ORVI_DECLARE_PROPERTY_TABLE(Class)                                \
+public:                                                                   \
+    static const ::orvi::String g_propertyType;                           \
+                                                                          \
+private:                                                                  \
+    static ::orvi::PropertyAttributes& g_propertyAttributes_;             \
+    static ::orvi::Mutex g_classProperties_mutex_;                        \
+    static std::atomic<int> g_classProperties_flag_;                      \
+    static const bool g_registerProperty_;                                \
+    static bool registerProperty_();                                      \
+    static void listProperties_(::orvi::PropertyTable<Class>& table);     \
+    static void fillProperties_(::orvi::PropertyAttributes& attributes);  \
+    static ::orvi::PropertyAttributes& propertyAttributes_();             \
+    static const ::orvi::PropertyConverters<Class> g_propertyConverters_; \
+    static const bool g_propertyExit_
 
 /** Completes ORVI_DECLARE_PROPERTY in one source, as ORVI_DEFINE_CLASS does, and begins the function that lists
     the properties: write its body behind, `{}` when there are none. */
-#define ORVI_DEFINE_PROPERTY(Class)                                                            \
-    ORVI_DEFINE_CLASS(Class);                                                                  \
-    ::orvi::PropertyAttributes& Class::propertyAttributes_()                                   \
-    {                                                                                          \
-        static ::orvi::PropertyAttributes attributes_ = ::orvi::property::fill(                \
-            listProperties_); /* may be asked before g_propertyAttributes_ has had its turn */ \
-        return attributes_;                                                                    \
-    }                                                                                          \
-    bool Class::registerProperty_()                                                            \
-    {                                                                                          \
-        propertyAttributes_();                                                                 \
-        return true;                                                                           \
-    }                                                                                          \
-    ::orvi::Unknown::Handle_T<Class> Class::createInstance() { return new Class; }             \
-    const ::orvi::String Class::g_propertyType(getClassName_());                               \
-    ::orvi::PropertyAttributes& Class::g_propertyAttributes_ = propertyAttributes_();          \
-    constinit ::orvi::Mutex Class::g_classProperties_mutex_;                                   \
-    constinit std::atomic<int> Class::g_classProperties_flag_ = 0;                             \
-    const bool Class::g_registerProperty_ = registerProperty_();                               \
-    const ::orvi::PropertyConverters<Class> Class::g_propertyConverters_(g_propertyType);      \
+#define ORVI_DEFINE_PROPERTY(Class)                                                                \
+    ORVI_DEFINE_CLASS(Class);                                                                      \
+    ::orvi::PropertyAttributes& Class::propertyAttributes_()                                       \
+    {                                                                                              \
+        static ::orvi::PropertyAttributes                                                          \
+            attributes_; /* may be asked before g_propertyAttributes_ has had its turn */          \
+        return attributes_;                                                                        \
+    }                                                                                              \
+    void Class::fillProperties_(::orvi::PropertyAttributes& attributes)                            \
+    {                                                                                              \
+        ::orvi::property::fill<Class>(attributes, listProperties_);                                \
+    }                                                                                              \
+    bool Class::registerProperty_()                                                                \
+    {                                                                                              \
+        return ::orvi::property::fillAtLoad(propertyAttributes_(), fillProperties_,                \
+                                            g_classProperties_mutex_);                             \
+    }                                                                                              \
+    ::orvi::Unknown::Handle_T<Class> Class::createInstance() { return new Class; }                 \
+    const ::orvi::String Class::g_propertyType = ::orvi::classNameAtLoad(getClassName_);           \
+    ::orvi::PropertyAttributes& Class::g_propertyAttributes_ = propertyAttributes_();              \
+    constinit ::orvi::Mutex Class::g_classProperties_mutex_;                                       \
+    constinit std::atomic<int> Class::g_classProperties_flag_ = 0;                                 \
+    const bool Class::g_registerProperty_ = registerProperty_();                                   \
+    const ::orvi::PropertyConverters<Class> Class::g_propertyConverters_(g_propertyType);          \
+    const bool Class::g_propertyExit_ =                                                            \
+        std::atexit([] { g_propertyConverters_.leave(); }) == 0 || g_propertyConverters_.refuse(); \
     void Class::listProperties_([[maybe_unused]] ::orvi::PropertyTable<Class>& table)

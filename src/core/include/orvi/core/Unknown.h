@@ -3,6 +3,7 @@
 #include <orvi/core/String.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -26,7 +27,6 @@ public:
     class Handle_T;
     class ClassType;
     class RtFactory;
-    class Membership;
 
     /** The time stamp of the build, as "Mon Jun 27 09:58:45 2022": the same for all classes of one build. */
     virtual const wchar_t* getClassTimestamp() const;
@@ -68,7 +68,6 @@ protected:
 
 private:
     static Handle_T<Unknown> rtCreateInstance_();
-    static const Membership g_membership_;
 
     void addRef() const noexcept { _references.fetch_add(1); }
     void release() const noexcept
@@ -167,10 +166,11 @@ template <class T>
 class SharedPtr {
 public:
     SharedPtr() noexcept = default;
-    /** Takes the object over: it must come from `new` and have no owner yet. */
+    /** Takes the object over, which goes too where memory runs out here: it must come from `new` and have no owner
+        yet. */
     SharedPtr(T* object)
         : _object(object)
-        , _reference(object != nullptr ? new Reference(object) : nullptr)
+        , _reference(own(object))
     {}
     template <class U>
     SharedPtr(const SharedPtr<U>&) = delete; // by way of the plain pointer it would get a second owner
@@ -194,6 +194,18 @@ private:
     private:
         T* _owned;
     };
+
+    static Reference* own(T* object)
+    {
+        if (object == nullptr)
+            return nullptr;
+        try {
+            return new Reference(object);
+        } catch (...) {
+            delete object;
+            throw;
+        }
+    }
 
     T* _object = nullptr;
     Unknown::Handle_T<Reference> _reference;
@@ -244,7 +256,7 @@ public:
     RtFactory() = delete;
 
     /** Registers the class of the objects that `creator` makes. False, with the reason in the log, when the
-        name or the id is taken; false without a word when this creator is registered already. */
+        name or the id is taken, and without memory; false without a word when this creator is registered already. */
     static bool setupCreator(Creator creator);
     /** Takes a class out; an unknown name is no error. */
     static void unsetupCreator(const String& name);
@@ -255,25 +267,16 @@ public:
     static void getRtClassNames(std::vector<String>& names);
 };
 
-/** The membership of one class in the registry: ends with the module that the class stands in. */
-class ORVI_API Unknown::Membership {
-public:
-    Membership(bool joined, const String& name)
-        : _joined(joined)
-        , _name(name)
-    {}
-    ~Membership()
-    {
-        if (_joined)
-            RtFactory::unsetupCreator(_name);
-    }
-    Membership(const Membership&) = delete;
-    Membership& operator=(const Membership&) = delete;
+/** Registers a class for as long as its module is there: `hasExit` tells that the module's exit will call leave. What joins
+    needs memory, and so does what is to be done at the exit: without either the class does not join. */
+ORVI_API bool joinRegistry(bool hasExit, Unknown::RtFactory::Creator creator);
+/** Takes the class out; in need of no memory. */
+ORVI_API void leaveRegistry(Unknown::RtFactory::Creator creator) noexcept;
 
-private:
-    bool _joined;
-    String _name;
-};
+/** The text as the name of a class; throws std::bad_alloc without memory. */
+ORVI_API String className(const wchar_t* name);
+/** What `getName` gives, or the empty text without memory: nothing may be thrown while a module is loaded. */
+ORVI_API String classNameAtLoad(const String& (*getName)());
 
 /** The name without the namespaces and classes that qualify it. */
 template <class C>
@@ -287,7 +290,7 @@ constexpr const C* plainClassName(const C* name)
     return plain;
 }
 
-/** The language's name of a type, readable where the compiler can make it so. */
+/** The language's name of a type, readable where the compiler can make it so; throws std::bad_alloc without memory. */
 ORVI_API String typeName(const std::type_info& type);
 
 } // namespace orvi
@@ -303,7 +306,6 @@ ORVI_API String typeName(const std::type_info& type);
             static unsigned int getClassId_();
             ... overrides of getClassTimestamp, getClassName, getClassId, rtCreateInstance ...
         private:
-            static const Unknown::Membership g_membership_;
             static Handle_T<Unknown> rtCreateInstance_();  */
 #define ORVI_DECLARE_CLASS(Class)                                                   \
 public:                                                                             \
@@ -321,7 +323,6 @@ public:                                                                         
     }                                                                               \
                                                                                     \
 private:                                                                            \
-    static const ::orvi::Unknown::Membership g_membership_;                         \
     static ::orvi::Unknown::Handle_T<::orvi::Unknown> rtCreateInstance_()
 
 #ifndef ORVI_CLASS_TIMESTAMP
@@ -339,12 +340,16 @@ private:                                                                        
 #define ORVI_DEFINE_CLASS_IDENTITY(Class)                                                                    \
     const ::orvi::String& Class::getClassName_()                                                             \
     {                                                                                                        \
-        static const ::orvi::String name(                                                                    \
+        static const ::orvi::String name = ::orvi::className(                                                \
             ::orvi::plainClassName(L## #Class)); /* may be asked before g_className_ has had its turn */     \
         return name;                                                                                         \
     }                                                                                                        \
     ::orvi::Unknown::Handle_T<::orvi::Unknown> Class::rtCreateInstance_() { return new Class; }              \
-    const ::orvi::String Class::g_className_(getClassName_());                                               \
+    const ::orvi::String Class::g_className_ = ::orvi::classNameAtLoad(getClassName_);                       \
     constinit const unsigned int Class::g_classId_ = ::orvi::computeClassId(::orvi::plainClassName(#Class)); \
-    const bool Class::g_setUpCreator_ = ::orvi::Unknown::RtFactory::setupCreator(rtCreateInstance_);         \
-    const ::orvi::Unknown::Membership Class::g_membership_(g_setUpCreator_, g_className_)
+    const bool Class::g_setUpCreator_ =                                                                      \
+        ::orvi::joinRegistry(std::atexit([] {                                                                \
+                                 if (g_setUpCreator_)                                                        \
+                                     ::orvi::leaveRegistry(rtCreateInstance_);                               \
+                             }) == 0,                                                                        \
+                             rtCreateInstance_)
