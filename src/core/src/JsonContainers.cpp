@@ -1,5 +1,6 @@
 #include "JsonAccess.h"
 
+#include "WholeTexts.h"
 #include "WideText.h"
 
 #include <limits>
@@ -75,7 +76,9 @@ JsonValue& JsonObject::findOrAdd(const JsonKey& key, const String* name)
 {
     if (const JsonValue* found = find(key))
         return const_cast<JsonValue&>(*found);
+    const WholeTexts texts;
     const String newName = name != nullptr ? *name : String(key.text);
+    texts.check();
     if (count() == 0 || compareKeys(at(count() - 1).first, key) < 0)
         return append(newName, JsonValue()).second;
     return makeStrays()[newName];

@@ -4,6 +4,7 @@
 #include "JsonAccess.h"
 #include "NumberText.h"
 #include "StringAccess.h"
+#include "WholeTexts.h"
 #include "WideText.h"
 #include "platform/WideScan.h"
 
@@ -452,8 +453,10 @@ const wchar_t* Json::parseValue(const wchar_t* text, JsonValue& value)
     text = skip(text);
     if (text == nullptr)
         return nullptr;
+    const WholeTexts texts;
     JsonValue parsed;
     const wchar_t* end = JsonParser().parse(text, parsed);
+    texts.check(); // or the text would count as malformed
     if (end != nullptr)
         value.swap(parsed);
     return end;

@@ -46,6 +46,15 @@ T toInteger(double value) noexcept
 
 } // namespace
 
+JsonValue::JsonValue(const wchar_t* text)
+    : _type(stringValue)
+{
+    const String string(text);
+    if (string.isEmpty() && text != nullptr && *text != 0)
+        throw std::bad_alloc();
+    setText(string);
+}
+
 JsonValue::JsonValue(const JsonValue& other)
 {
     if (other._type >= arrayValue) {
@@ -233,6 +242,15 @@ bool JsonValue::asBool() const
     }
 }
 
+/** The text of a number. */
+static String whole(const wchar_t* text, int length)
+{
+    String string(text, length);
+    if (string.isEmpty())
+        throw std::bad_alloc();
+    return string;
+}
+
 String JsonValue::asString() const
 {
     wchar_t buffer[text::numberRoom];
@@ -240,13 +258,13 @@ String JsonValue::asString() const
     case nullValue:
         return String();
     case intValue:
-        return String(buffer, text::printInteger(buffer, _word.asInt));
+        return whole(buffer, text::printInteger(buffer, _word.asInt));
     case uintValue:
-        return String(buffer, text::printInteger(buffer, _word.asUInt));
+        return whole(buffer, text::printInteger(buffer, _word.asUInt));
     case realValue:
-        return String(buffer, text::printDouble(buffer, _word.asReal));
+        return whole(buffer, text::printDouble(buffer, _word.asReal));
     case boolValue:
-        return _word.asBool ? L"true" : L"false";
+        return whole(_word.asBool ? L"true" : L"false", _word.asBool ? 4 : 5);
     case stringValue:
         return getText();
     default:

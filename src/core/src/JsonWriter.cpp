@@ -261,8 +261,8 @@ String Json::convertToString(const JsonValue& value, bool pretty)
 {
     TextBuilder<wchar_t> text;
     String result;
-    if (JsonPrinter(text, pretty).print(value))
-        text.finish(result);
+    if ((!JsonPrinter(text, pretty).print(value) || !text.finish(result)) && !text.isTooLong())
+        throw std::bad_alloc();
     return result;
 }
 

@@ -2,6 +2,8 @@
 
 #include <orvi/core/Exception.h>
 
+#include "WholeTexts.h"
+
 namespace orvi {
 
 namespace {
@@ -72,11 +74,13 @@ void Property::importProperty(const JsonValue& value)
     if (nesting.isTooDeep())
         THROW_EXCEPTION(-1, L"void Property::importProperty(JsonValue const &) Nested too deep!");
     const PropertyAttributes& attributes = getPropertyAttributes();
+    const WholeTexts texts;
     for (const auto& [key, member] : value.getMembers()) {
         const auto found = attributes.find(key);
         if (found != attributes.end() && key != TEXT_class)
             importMember(*this, *found->second, member);
     }
+    texts.check();
 }
 
 void Property::exportProperty(JsonValue& value) const
@@ -86,6 +90,7 @@ void Property::exportProperty(JsonValue& value) const
         THROW_EXCEPTION(-1, L"void Property::exportProperty(JsonValue &) An object holds itself!");
     if (nesting.isTooDeep())
         THROW_EXCEPTION(-1, L"void Property::exportProperty(JsonValue &) Nested too deep!");
+    const WholeTexts texts;
     JsonValue document;
     document[TEXT_class] = getClassName();
     for (const auto& [key, attribute] : getPropertyAttributes()) {
@@ -97,6 +102,7 @@ void Property::exportProperty(JsonValue& value) const
             exception.report();
         }
     }
+    texts.check();
     value.swap(document);
 }
 

@@ -111,9 +111,7 @@ public:
         setText(text);
     }
     /** Null counts as the empty text. */
-    JsonValue(const wchar_t* text)
-        : JsonValue(String(text))
-    {}
+    JsonValue(const wchar_t* text);
     template <class T>
     requires(!std::is_same_v<std::remove_cv_t<T>, wchar_t>) JsonValue(T*)
     = delete; // it would be a bool
