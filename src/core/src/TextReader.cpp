@@ -8,6 +8,7 @@
 #include "platform/CodePage.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -26,7 +27,7 @@ public:
         , _extent(extent)
     {}
 
-    /** False when the text is too long; `text` stays then. */
+    /** False when the text is too long; `text` stays then. Throws std::bad_alloc without memory. */
     bool run(int available, String_T<T>& text)
     {
         if (_extent == TextExtent::All)
@@ -37,7 +38,11 @@ public:
             if (state == State::More)
                 available = _reader.available();
         }
-        return state != State::Failed && _text.finish(text);
+        if (state != State::Failed && _text.finish(text))
+            return true;
+        if (!_text.isTooLong())
+            throw std::bad_alloc();
+        return false;
     }
 
 private:
@@ -150,6 +155,16 @@ void forEachChar(const String& text, const Put& put)
     }
 }
 
+/** Room for a narrow text; null when it would be too long. */
+template <class T>
+T* prepare(String_T<T>& text, std::size_t size)
+{
+    T* const room = StringAccess<T>::prepare(text, size);
+    if (room == nullptr && size < std::numeric_limits<int>::max())
+        throw std::bad_alloc();
+    return room;
+}
+
 /** A lone surrogate keeps its own three bytes. */
 bool convert(const String& wide, String_T<char>& text)
 {
@@ -157,7 +172,7 @@ bool convert(const String& wide, String_T<char>& text)
     forEachChar(wide, [&](int value) {
         size += value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
     });
-    char* room = StringAccess<char>::prepare(text, size);
+    char* room = prepare(text, size);
     if (room != nullptr && size > 0)
         forEachChar(wide, [&](int value) { room = putChar(room, value); });
     return room != nullptr;
@@ -169,7 +184,7 @@ bool convert(const String& wide, String_T<unsigned char>& text)
     const std::size_t units = StringAccess<wchar_t>::length(wide);
     const std::ptrdiff_t needed = platform::wideToCodePage(codePage, wide, units, nullptr, 0);
     const auto size = static_cast<std::size_t>(std::max<std::ptrdiff_t>(needed, 0));
-    unsigned char* room = StringAccess<unsigned char>::prepare(text, size);
+    unsigned char* room = prepare(text, size);
     if (room != nullptr && size > 0)
         platform::wideToCodePage(codePage, wide, units, reinterpret_cast<char*>(room), size);
     return room != nullptr;
@@ -210,11 +225,11 @@ TextReader::IReader* createReader(Input* input, TextReader::CharacterSet set)
 {
     switch (set) {
     case TextReader::UTF8:
-        return new (std::nothrow) Utf8Reader(input);
+        return new Utf8Reader(input);
     case TextReader::WIDE:
-        return new (std::nothrow) WideReader(input);
+        return new WideReader(input);
     case TextReader::ANSI:
-        return new (std::nothrow) AnsiReader(input);
+        return new AnsiReader(input);
     }
     return nullptr;
 }

@@ -3,7 +3,7 @@
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Stream.h>
 
-#include <new>
+#include "WholeTexts.h"
 
 namespace orvi {
 
@@ -91,11 +91,11 @@ TextWriter::IWriter* createWriter(Output* output, TextWriter::CharacterSet set)
 {
     switch (set) {
     case TextWriter::UTF8:
-        return new (std::nothrow) Utf8Writer(output);
+        return new Utf8Writer(output);
     case TextWriter::WIDE:
-        return new (std::nothrow) WideWriter(output);
+        return new WideWriter(output);
     case TextWriter::ANSI:
-        return new (std::nothrow) AnsiWriter(output);
+        return new AnsiWriter(output);
     }
     return nullptr;
 }
@@ -136,9 +136,10 @@ int TextWriter::vprintf(const wchar_t* format, std::va_list arguments)
 {
     if (_writer.isNull())
         return -1;
+    const WholeTexts texts;
     String text;
     const int count = text.vprintf(format, arguments);
-    return count >= 0 && write(text) ? count : -1;
+    return texts.areAll() && write(text) ? count : -1;
 }
 
 int TextWriter::print(const wchar_t* format, ...)

@@ -17,7 +17,8 @@ class Output;
     to the text that is delivered is taken from the source, but for up to three bytes behind malformed UTF-8
     of a source that cannot peek. One thread at a time, copies included.
 
-    Nothing throws or logs but for want of memory. An error of the source ends the text, as its end does. NULs
+    Nothing throws but std::bad_alloc, whenever a text or what reads it lacks memory: so an end that is told is one. What
+    of a text was taken from the source by then is lost. An error of the source ends the text, as its end does. NULs
     are left out. UTF-8 holds characters of up to four bytes; in malformed text a lead byte takes the bytes
     that it announces as far as they continue it, and one that does not is dropped with it. In the process's
     code page a byte above 127 always takes the next one with it.
@@ -47,14 +48,14 @@ public:
     void close();
 
     /** Reads all that the source announces, maybe nothing. False when the reader is closed, and `text` stays;
-        also, with an empty `text` and the reason in the log, when it does not fit into a string. */
+        also, with an empty `text` and the reason in the log, when it is too long for a string. */
     bool read(String& text);
     bool read(String_T<char>& text);
     bool read(String_T<unsigned char>& text);
 
     /** Reads up to a line feed, which is not stored, or to the end; carriage returns are left out wherever
         they are. False, and `line` stays, when the reader is closed, when the source announces or delivers
-        nothing, and when the line does not fit into a string. */
+        nothing, and when the line is too long for a string. */
     bool readLine(String& line);
     bool readLine(String_T<char>& line);
     bool readLine(String_T<unsigned char>& line);
@@ -68,8 +69,8 @@ private:
 /** Writes text to a byte sink in a character set that the caller names. No byte order mark is written, and
     line ends go as they are.
 
-    A value of one pointer that keeps its sink alive; copies share it. One thread at a time. Nothing throws or
-    logs but for want of memory. */
+    A value of one pointer that keeps its sink alive; copies share it. One thread at a time. Only opening throws,
+    std::bad_alloc; a write that lacks memory has failed. */
 class ORVI_API TextWriter {
 public:
     enum CharacterSet : int {
