@@ -1,6 +1,7 @@
 #include <orvi/core/Arguments.h>
 
 #include "ArgumentTable.h"
+#include "WholeTexts.h"
 #include "WideText.h"
 
 #include <algorithm>
@@ -178,6 +179,8 @@ const wchar_t* ArgumentTable::find(const wchar_t* name) const
         if (const wchar_t* value = valueOf(_arguments[static_cast<std::size_t>(i)], name))
             return value;
     }
+    if (!isMade())
+        missText(sizeof(wchar_t*)); // at least
     return nullptr;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <limits>
 
 namespace orvi {
@@ -182,11 +183,14 @@ int getZoneBias(const wchar_t* name)
     return saturate(*name == L'-' ? hours * -3600 : hours * 3600);
 }
 
+static wchar_t zoneSign(int bias) { return bias < 0 ? L'-' : L'+'; }
+
+static int zoneHours(int bias) { return std::abs(bias / 3600); }
+
 String getZoneName(int bias)
 {
-    const int hours = bias / 3600;
     String name;
-    name.format(L"Etc/GMT%c%d", bias < 0 ? L'-' : L'+', hours < 0 ? -hours : hours);
+    name.format(L"Etc/GMT%c%d", zoneSign(bias), zoneHours(bias));
     return name;
 }
 
@@ -209,11 +213,11 @@ const std::tm& Time::getLocalTime() const
 String Time::convertToString(bool withZone) const
 {
     const std::tm& local = getLocalTime();
-    String text;
-    text.format(L"%d-%d-%d %02d:%02d:%02d", local.tm_year, local.tm_mon, local.tm_mday, local.tm_hour,
-                local.tm_min, local.tm_sec);
-    if (withZone)
-        text.format(L"%s %s", text.getBuffer(), getZoneName(getTimeBias()).getBuffer());
+    const int bias = getTimeBias();
+    String text; // in one step: whole or empty
+    text.format(withZone ? L"%d-%d-%d %02d:%02d:%02d Etc/GMT%c%d" : L"%d-%d-%d %02d:%02d:%02d", local.tm_year,
+                local.tm_mon, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, zoneSign(bias),
+                zoneHours(bias));
     return text;
 }
 
