@@ -1,5 +1,6 @@
 #include "MemorySweep.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 using namespace orvi;
@@ -14,37 +15,35 @@ void changes(Seen& seen)
     using Text = String_T<T>;
     static const T a[] = {'a', 0}, bc[] = {'b', 'c', 0}, text[] = {' ', 'a', 'b', 'c', 'a', 'b', ' ', 0};
     static const T format[] = {'%', 'd', '-', '%', 'd', 0};
-    static const Text other(bc);
-    Seen::must(!other.isEmpty());
-    void (*const steps[])(Text&) = {
-        [](Text& s) { s = bc; },
-        [](Text& s) { s += bc; },
-        [](Text& s) { s += other; },
-        [](Text& s) { s += s; },
-        [](Text& s) { s += 'x'; },
-        [](Text& s) { s.insert(1, bc); },
-        [](Text& s) { s.insert(2, other); },
-        [](Text& s) { s.insert(0, 'x'); },
-        [](Text& s) { s.remove(a); },
-        [](Text& s) { s.remove(other); },
-        [](Text& s) { s.remove('b'); },
-        [](Text& s) { s.erase(1, 2); },
-        [](Text& s) { s.replace(bc, a); },
-        [](Text& s) { s.replace(a, other); },
-        [](Text& s) { s.replace('a', 'x'); },
-        [](Text& s) { s.trim(); },
-        [](Text& s) { s.trimLeft(); },
-        [](Text& s) { s.trimRight(); },
-        [](Text& s) { s.toUpperCase(); },
-        [](Text& s) { s.setBuffer(bc, sizeof(T) * 2); },
-        [](Text& s) { s.setBuffer(s.getBuffer() + 1, sizeof(T) * 2); },
-        [](Text& s) { s.format(format, 12345, 6); },
+    void (*const steps[])(Text&, const Text&) = {
+        [](Text& s, const Text&) { s = bc; },
+        [](Text& s, const Text&) { s += bc; },
+        [](Text& s, const Text& other) { s += other; },
+        [](Text& s, const Text&) { s += s; },
+        [](Text& s, const Text&) { s += 'x'; },
+        [](Text& s, const Text&) { s.insert(1, bc); },
+        [](Text& s, const Text& other) { s.insert(2, other); },
+        [](Text& s, const Text&) { s.insert(0, 'x'); },
+        [](Text& s, const Text&) { s.remove(a); },
+        [](Text& s, const Text& other) { s.remove(other); },
+        [](Text& s, const Text&) { s.remove('b'); },
+        [](Text& s, const Text&) { s.erase(1, 2); },
+        [](Text& s, const Text&) { s.replace(bc, a); },
+        [](Text& s, const Text& other) { s.replace(a, other); },
+        [](Text& s, const Text&) { s.replace('a', 'x'); },
+        [](Text& s, const Text&) { s.trim(); },
+        [](Text& s, const Text&) { s.trimLeft(); },
+        [](Text& s, const Text&) { s.trimRight(); },
+        [](Text& s, const Text&) { s.toUpperCase(); },
+        [](Text& s, const Text&) { s.setBuffer(bc, sizeof(T) * 2); },
+        [](Text& s, const Text&) { s.setBuffer(s.getBuffer() + 1, sizeof(T) * 2); },
+        [](Text& s, const Text&) { s.format(format, 12345, 6); },
     };
-    const Text start(text);
-    Seen::must(!start.isEmpty());
+    const Text start(text), other(bc);
+    Seen::must(!start.isEmpty() && !other.isEmpty());
     for (auto* step : steps) {
         Text changed(start);
-        step(changed);
+        step(changed, other);
         if (Seen::errors > 0 && changed != start)
             seen << "neither the old text nor the new one";
         Seen::mustNotHaveLogged();
