@@ -6,16 +6,13 @@
 #include <orvi/core/Log.h>
 #include <orvi/core/MemoryStream.h>
 #include <orvi/core/Time.h>
-#include <orvi/core/Varint.h>
 
 #include "AppClients.h"
 #include "AppTables.h"
+#include "AppWord.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <new>
 #include <utility>
 
 namespace orvi {
@@ -24,9 +21,6 @@ namespace {
 
 constexpr wchar_t commandWord[] = L"$COMMAND ";
 constexpr int commandWordLength = 9;
-
-constexpr int maxHeadBytes = 5;
-constexpr int shortTextBytes = 512; // a text of that size goes in one piece, without a block on the way
 
 // A client that has thousands of texts waits for the others after so many, and all of them for the tasks after that time:
 // a task is late by no more than this and one command, and what the tasks cost does not count beside it.
@@ -41,27 +35,10 @@ bool isCommand(const wchar_t* text)
     return matched == commandWordLength;
 }
 
-/** Writes the size of a text as Varint does; gives the number of bytes. */
-int writeHead(unsigned char* head, int size)
+void drop(MemoryStream& texts)
 {
-    constexpr unsigned int moreFollows = 0x80;
-    int count = 0;
-    unsigned int rest = static_cast<unsigned int>(size) << 1;
-    for (; rest >= moreFollows; rest >>= 7)
-        head[count++] = static_cast<unsigned char>(rest | moreFollows);
-    head[count++] = static_cast<unsigned char>(rest);
-    return count;
-}
-
-void sendAll(OutputStream& output, const void* data, int size)
-{
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    for (int sent = 0, refusals = 0; sent < size;) {
-        const int count = output.write(bytes + sent, size - sent);
-        if (count > 0)
-            sent += count;
-        else if (++refusals > 1)
-            THROW_EXCEPTION(-1, L"AppPipe: a text finds no way out");
+    char piece[512];
+    while (texts.read(piece, sizeof piece) > 0) {
     }
 }
 
@@ -75,7 +52,11 @@ AppPipe::AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* outpu
     , _inputMutex(inputMutex)
     , _output(output)
     , _outputMutex(outputMutex)
+    , _queue(dynamic_cast<MemoryStream*>(output))
+    , _draft(MemoryStream::createInstance())
 {}
+
+AppPipe::~AppPipe() = default;
 
 Unknown::Handle_T<AppPipe> AppPipe::createInstance(Input* input, const SharedPtr<Mutex>& inputMutex,
                                                    Output* output, const SharedPtr<Mutex>& outputMutex)
@@ -89,47 +70,12 @@ bool AppPipe::read(String& text)
     if (_input.available() <= 0)
         return false;
     try {
-        Varint head;
-        _input >> head;
-        const int size = head;
-        if (size < 0 || size > _input.available())
-            THROW_EXCEPTION(-1, L"AppPipe: no text");
-        readBody(size, text);
+        _input >> text;
         return true;
     } catch (const Exception& exception) {
         exception.report();
         return false;
     }
-}
-
-/** Reads the bytes of a text in any case, so that the next one begins behind them. Memory that is not to be had is
-    asked for once more. */
-void AppPipe::readBody(int size, String& text)
-{
-    char few[shortTextBytes + 1];
-    const std::size_t roomBytes = static_cast<std::size_t>(size) + 1;
-    std::unique_ptr<char[]> many;
-    for (int i = 0; i < 2 && size > shortTextBytes && many == nullptr; ++i)
-        many.reset(new (std::nothrow) char[roomBytes]);
-    if (size > shortTextBytes && many == nullptr) {
-        for (int left = size; left > 0;) {
-            const int count = _input.read(few, std::min(left, shortTextBytes));
-            if (count <= 0)
-                break;
-            left -= count;
-        }
-        THROW_EXCEPTION(-1, L"AppPipe: no memory for a text");
-    }
-    char* bytes = many != nullptr ? many.get() : few;
-    if (size > 0 && _input.read(bytes, size) != size)
-        THROW_EXCEPTION(-1, L"AppPipe: half a text");
-    bytes[size] = 0;
-    String wide = StringHelper::utf8ToWide(bytes);
-    if (wide.isEmpty() && *bytes != 0)
-        wide = StringHelper::utf8ToWide(bytes);
-    if (wide.isEmpty() && *bytes != 0)
-        THROW_EXCEPTION(-1, L"AppPipe: no memory for a text");
-    text = std::move(wide);
 }
 
 bool AppPipe::write(const String& text)
@@ -139,39 +85,52 @@ bool AppPipe::write(const String& text)
         Log::error(L"AppPipe: no memory for a text");
         return false;
     }
-    return send(utf8, utf8.getBufferLength() - 1);
-}
-
-/** Writes a word of the protocol, which takes no memory but the stream's. */
-bool AppPipe::tell(const char* word) { return send(word, static_cast<int>(std::strlen(word))); }
-
-/** Writes a text, head and bytes. Half a text would spoil those behind it, so an output that takes a part gets the rest,
-    and one that takes nothing is asked once more. */
-bool AppPipe::send(const char* bytes, int size)
-{
-    unsigned char start[maxHeadBytes + shortTextBytes];
-    const int headSize = writeHead(start, size);
-    const int startSize = headSize + std::min(size, shortTextBytes);
-    std::memcpy(start + headSize, bytes, static_cast<std::size_t>(startSize - headSize));
-
     const MutexGuard guard(*_outputMutex);
     try {
-        sendAll(_output, start, startSize);
-        if (size > shortTextBytes)
-            sendAll(_output, bytes + shortTextBytes, size - shortTextBytes);
+        OutputStream draft(_draft);
+        draft << utf8;
+        return send(*_draft);
+    } catch (const Exception& exception) {
+        exception.report();
+        drop(*_draft);
+        return false;
+    }
+}
+
+/** Moves the draft to the output, where half a text would spoil those behind it; under the lock of the output. */
+bool AppPipe::send(MemoryStream& draft)
+{
+    try {
+        if (_queue.isNull()) {
+            InputStream text(&draft);
+            _output << text;
+        } else if (!_queue->append(draft)) {
+            THROW_EXCEPTION(-1, L"AppPipe: too many texts wait");
+        }
         return true;
     } catch (const Exception& exception) {
         exception.report();
+        drop(draft);
         return false;
     }
 }
 
 // ---- AppBox
 
+/** A command under way, and before that the answers to a text that is going to be read. */
+struct AppBox::CommandUnderWay {
+    Handle_T<AppPipe> pipe;
+    AppWord end;
+    AppWord nothing;
+
+    bool reserve() noexcept { return end.reserve() && nothing.reserve(); }
+};
+
 AppBox::AppBox(const String& appName, const String& parameters)
     : _appName(appName)
     , _parameters(parameters)
     , _clients(std::make_unique<AppClients>())
+    , _commands(std::make_unique<CommandUnderWay[]>(mostCommands))
 {
     _exit = [](void* system) { static_cast<AppBox*>(static_cast<System*>(system))->AppBox::exit(); };
 }
@@ -195,43 +154,45 @@ void AppBox::onTick(unsigned int deltaMs)
     System::onTick(deltaMs);
 }
 
-/** Serves the pipes in turns until all are empty; true when it ends before that. A command may turn the loop itself, in
-    which pipes come and go. */
+/** Serves the pipes in turns until all are empty; true when the time is over before that. A command may turn the loop
+    itself, in which pipes come and go. */
 bool AppBox::serve()
 {
-    if (_commandCount == mostCommands)
+    if (_commandCount == mostCommands || !_commands[_commandCount].reserve())
         return false;
+    CommandUnderWay& command = _commands[_commandCount];
     unsigned int began = 0;
     bool hasBegun = false;
     String text;
     int silent = 0; // pipes in a row without a text
     while (silent < _clients->count() && getState() != STATE_STOPPING) {
-        AppPipe* pipe = _clients->next();
-        if (pipe == nullptr || !pipe->read(text)) {
+        AppPipe* next = _clients->next();
+        if (!next->read(text)) {
             ++silent;
             continue;
         }
+        silent = 0;
         if (!std::exchange(hasBegun, true))
             began = getTimeTick();
-        silent = 0;
-        const Handle_T<AppPipe> kept = pipe;
+        const Handle_T<AppPipe> pipe = next; // which may leave in a loop that a command turns
         const unsigned int changes = _clients->changes();
-        for (int served = 0; silent == 0 && served < textsPerTurn; ++served) {
+        int served = 0;
+        do {
             if (!dosamething(pipe, text))
-                pipe->tell("$NOTHING");
+                command.nothing.tell(*pipe, "$NOTHING");
             if (getTimeTick() - began >= mostMillisToServe)
                 return true;
-            if (changes != _clients->changes() || getState() == STATE_STOPPING)
-                break;
-            silent = pipe->read(text) ? 0 : 1;
-        }
+            if (!command.reserve())
+                return false; // without memory for their answers the texts wait
+        } while (changes == _clients->changes() && getState() != STATE_STOPPING && ++served < textsPerTurn &&
+                 pipe->read(text));
     }
-    return getState() == STATE_STOPPING; // what is left stays, and a rest would only put off the end
+    return false;
 }
 
 bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
 {
-    if (!isCommand(text) || _commandCount == mostCommands)
+    if (!isCommand(text) || _commandCount == mostCommands || !_commands[_commandCount].end.reserve())
         return false;
     wchar_t** parsed = nullptr;
     int argc = 0;
@@ -243,46 +204,48 @@ bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
     const String begin = L"$BEGIN " + word;
     if (begin.getBufferLength() <= word.getBufferLength() || word != parsed[0]) // no memory
         return false;
+    if (!pipe->write(begin) &&
+        pipe->isQueue()) // no memory either; a client that has gone away does not disturb us
+        return false;
 
     const int depth = _commandCount++;
-    _answering[depth] = pipe;
+    _commands[depth].pipe = pipe;
     bool answered = true;
     bool succeeded = false;
     try {
-        pipe->write(begin);
         succeeded = answered = docmd(pipe, parsed, argc);
     } catch (const Exception& exception) {
         exception.report();
     } catch (...) {
-        endCommands(depth);
+        failCommands(depth);
         throw;
     }
     if (_commandCount <= depth) // a nested loop had a fault, and all commands failed
         return true;
-    endCommands(depth + 1);
-    if (succeeded) {
-        _commandCount = depth;
-        _answering[depth].setNull();
-        pipe->tell("$END OK");
-    } else {
-        endCommands(depth);
-    }
+    failCommands(depth + 1);
+    endCommand(succeeded ? "$END OK" : "$END FAILED");
     return answered;
 }
 
-/** Tells the clients of the commands from this depth on that they failed. */
-void AppBox::endCommands(int depth)
+/** Ends the innermost command. */
+void AppBox::endCommand(const char* word)
 {
-    while (_commandCount > depth) {
-        const Handle_T<AppPipe> pipe = std::exchange(_answering[--_commandCount], {});
-        pipe->tell("$END FAILED");
-    }
+    CommandUnderWay& command = _commands[--_commandCount];
+    const Handle_T<AppPipe> pipe = std::move(command.pipe);
+    command.end.tell(*pipe, word);
+}
+
+/** Tells the clients of the commands from this depth on that they failed. */
+void AppBox::failCommands(int depth)
+{
+    while (_commandCount > depth)
+        endCommand("$END FAILED");
 }
 
 void AppBox::onException(unsigned long)
 {
     // A fault has left the command: its client waits for the end.
-    endCommands(0);
+    failCommands(0);
 }
 
 bool AppBox::docmd(AppPipe*, wchar_t**, int) { return false; }

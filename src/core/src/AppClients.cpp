@@ -1,25 +1,22 @@
 #include "AppClients.h"
 
-#include <orvi/core/Time.h>
-
+#include <new>
 #include <utility>
 
 namespace orvi {
-
-namespace {
-
-constexpr unsigned int pauseMillis = 50;
-constexpr int mostFailures = 20;
-
-} // namespace
 
 AppClients::~AppClients() = default;
 
 void AppClients::add(AppPipe* pipe)
 {
+    AppWord hello, bye;
+    if (!hello.reserve() || !bye.reserve())
+        throw std::bad_alloc();
     const MutexGuard guard(_mutex);
-    _clients.try_emplace(pipe, pipe).first->second.joins = true;
-    ++_requests;
+    Client& client = _clients.try_emplace(pipe, pipe).first->second;
+    client.joins = true;
+    std::swap(client.hello, hello);
+    std::swap(client.bye, bye);
     _hasChanges = true;
 }
 
@@ -30,30 +27,28 @@ void AppClients::remove(AppPipe* pipe) noexcept
     if (found == _clients.end())
         return;
     found->second.leaves = true;
-    ++_requests;
     _hasChanges = true;
 }
 
-/** Whether a word has just failed, and memory or a stream gets the time to recover. */
-bool AppClients::isPausing() const noexcept { return _hasFailed && getTimeTick() - _failedAt < pauseMillis; }
-
 void AppClients::move()
 {
-    _hasFailed = false;
-    unsigned int requests = 0;
-    {
-        const MutexGuard guard(_mutex);
-        requests = _requests;
-    }
-    // By address: a pipe that tells its word may let others come and go.
+    _hasChanges = false; // set again by what comes meanwhile
+    struct Rest {
+        AppClients& clients;
+        bool isDone = false;
+        ~Rest()
+        {
+            if (!isDone)
+                clients._hasChanges = true;
+        }
+    } rest{*this};
+    // By address: a pipe that is told its word may let others come and go.
     AppPipe* last = nullptr;
     for (Change change = takeChange(last); change.client != nullptr; change = takeChange(last)) {
         last = change.client->pipe;
         carryOut(change);
     }
-    const MutexGuard guard(_mutex);
-    if (!_hasFailed && requests == _requests)
-        _hasChanges = false;
+    rest.isDone = true;
 }
 
 /** The next request in the order of addresses; without a client when there is none. */
@@ -62,53 +57,33 @@ AppClients::Change AppClients::takeChange(AppPipe* behind)
     const MutexGuard guard(_mutex);
     for (auto entry = _clients.upper_bound(behind); entry != _clients.end(); ++entry) {
         Client& client = entry->second;
-        if (client.joins || client.leaves)
-            return {&client, std::exchange(client.joins, false), std::exchange(client.leaves, false)};
+        if (!client.joins && !client.leaves)
+            continue;
+        Change change{&client, std::exchange(client.joins, false), std::exchange(client.leaves, false)};
+        if (change.joins)
+            change.hello = std::move(client.hello);
+        if (change.leaves)
+            change.bye = std::move(client.bye);
+        return change;
     }
     return {};
 }
 
-void AppClients::carryOut(const Change& change)
+void AppClients::carryOut(Change& change)
 {
     Client& client = *change.client;
-    if (change.joins) {
-        if (client.next == nullptr)
-            link(client);
-        client.isGreeted = true; // before the word: what throws there comes once
-        if (!tell(client, "$HELLO")) {
-            client.isGreeted = false;
-            postpone(change);
-            return;
-        }
-    }
-    if (!change.leaves)
-        return;
-    if (client.next != nullptr) {
-        unlink(client);
-        client.owesFarewell = true;
-    }
-    if (client.owesFarewell && !tell(client, "$BYE"))
-        postpone({&client, false, true});
-    else
+    const Unknown::Handle_T<AppPipe> pipe = client.pipe;
+    if (change.joins && client.next == nullptr)
+        link(client);
+    if (change.leaves) {
+        if (client.next != nullptr)
+            unlink(client);
         forget(client);
-}
-
-void AppClients::postpone(const Change& change)
-{
-    const MutexGuard guard(_mutex);
-    change.client->joins |= change.joins;
-    change.client->leaves |= change.leaves;
-    _hasFailed = true;
-    _failedAt = getTimeTick();
-}
-
-/** False when the word is to be tried again. A stream that never takes it does not hold up the others for ever. */
-bool AppClients::tell(Client& client, const char* word)
-{
-    if (!client.pipe->tell(word) && ++client.failures < mostFailures)
-        return false;
-    client.failures = 0;
-    return true;
+    }
+    if (change.joins)
+        change.hello.tell(*pipe, "$HELLO");
+    if (change.leaves)
+        change.bye.tell(*pipe, "$BYE");
 }
 
 void AppClients::link(Client& client) noexcept
@@ -140,18 +115,11 @@ void AppClients::forget(Client& client)
 {
     decltype(_clients)::node_type last; // the pipe goes without the lock
     const MutexGuard guard(_mutex);
-    client.isGreeted = client.owesFarewell = false;
     if (!client.joins)
         last = _clients.extract(client.pipe);
 }
 
-AppPipe* AppClients::next() noexcept
-{
-    if (_turn == nullptr)
-        return nullptr;
-    const Client& client = *std::exchange(_turn, _turn->next);
-    return client.isGreeted ? static_cast<AppPipe*>(client.pipe) : nullptr;
-}
+AppPipe* AppClients::next() noexcept { return std::exchange(_turn, _turn->next)->pipe; }
 
 bool AppClients::dismissNext()
 {
@@ -159,13 +127,14 @@ bool AppClients::dismissNext()
         return false;
     Client& client = *_turn;
     const Unknown::Handle_T<AppPipe> pipe = client.pipe;
-    unlink(client);
-    if (!client.isGreeted) { // the request to greet it is over, too
+    AppWord bye;
+    {
         const MutexGuard guard(_mutex);
-        client.joins = false;
+        bye = std::move(client.bye);
     }
+    unlink(client);
     forget(client);
-    pipe->tell("$BYE");
+    bye.tell(*pipe, "$BYE");
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "WideText.h"
 #include "platform/CodePage.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -53,10 +54,23 @@ int readTextSize(InputStream& is)
     return size;
 }
 
+void skipBytes(InputStream& is, int size)
+{
+    char piece[shortTextBytes];
+    while (size > 0) {
+        const int count = is.read(piece, std::min(size, shortTextBytes));
+        if (count <= 0)
+            return;
+        size -= count;
+    }
+}
+
 void readBytes(InputStream& is, int size, String_T<char>& text)
 {
     String_T<char> fresh;
     char* room = StringAccess<char>::prepare(fresh, static_cast<std::size_t>(size));
+    if (room == nullptr)
+        skipBytes(is, size); // without memory this text is lost, but not what stands behind it
     if (room == nullptr || (size > 0 && is.read(room, size) != size))
         THROW_EXCEPTION(-1, readFailure);
     text = std::move(fresh);

@@ -12,6 +12,8 @@ namespace orvi {
 
 class App;
 class AppClients;
+class AppWord;
+class MemoryStream;
 
 /** One end of a two-way channel of texts. On the wire a text is UTF-8 in the binary form of a string. Each
     read and each write moves a whole text under the lock of its side. */
@@ -23,25 +25,28 @@ public:
     /** One text, if one is there. False, with a failure in the log, also for bytes that are none, and for a text
         that finds no memory: that text is lost, those behind it are whole. */
     bool read(String& text);
-    /** False, with a failure in the log, when the output does not take the text or memory is short. */
+    /** False, with a failure in the log, when the output does not take the text or memory is short. A MemoryStream
+        takes a text whole or not at all. */
     bool write(const String& text);
 
 private:
     friend class AppBox;
-    friend class AppClients;
+    friend class AppWord;
 
-    void readBody(int size, String& text);
-    bool tell(const char* word);
-    bool send(const char* bytes, int size);
+    bool isQueue() const noexcept { return !_queue.isNull(); }
+    bool send(MemoryStream& draft);
 
     AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* output,
             const SharedPtr<Mutex>& outputMutex);
-    ~AppPipe() override = default;
+    ~AppPipe() override;
 
     InputStream _input;
     SharedPtr<Mutex> _inputMutex;
     OutputStream _output;
     SharedPtr<Mutex> _outputMutex;
+    Unknown::Handle_T<MemoryStream>
+        _queue; // the output, where it is one: it takes drafts over without memory
+    Unknown::Handle_T<MemoryStream> _draft; // of what is being written; under the lock of the output
 };
 
 /** A named application inside the process: a System that answers text commands. Override docmd.
@@ -93,13 +98,16 @@ protected:
 private:
     static constexpr int mostCommands = 16;
 
+    struct CommandUnderWay;
+
     bool serve();
-    void endCommands(int depth);
+    void endCommand(const char* word);
+    void failCommands(int depth);
 
     String _appName;
     String _parameters;
     std::unique_ptr<AppClients> _clients;
-    Unknown::Handle_T<AppPipe> _answering[mostCommands]; // whose commands are under way, the innermost last
+    std::unique_ptr<CommandUnderWay[]> _commands; // under way are the first of them, the innermost last
     int _commandCount = 0;
 };
 
