@@ -115,7 +115,10 @@ bool System::runStep(void (*step)(void*), void* argument)
     return false;
 }
 
-void System::start()
+void System::start() { runOnce(); }
+
+/** False when nothing was run. */
+bool System::runOnce()
 {
     const platform::FaultStack faultStack;
     try {
@@ -128,10 +131,23 @@ void System::start()
         _runThreadId = platform::currentThreadId();
         int loaded = STATE_LOADED;
         if (!_state.compare_exchange_strong(loaded, STATE_STARTING | underWay))
-            return;
+            return false;
         turn();
     } // the last closures find the system still whole
     leave();
+    return true;
+}
+
+/** The end of a run that a shutdown came before: an application leaves its table, and its clients hear of it. */
+void System::leaveUnrun()
+{
+    int stopped = STATE_STOPPING;
+    int unloaded = STATE_UNLOADED;
+    if (!_state.compare_exchange_strong(stopped, STATE_STOPPING | underWay) &&
+        !_state.compare_exchange_strong(unloaded, STATE_STOPPING | underWay))
+        return; // another run has begun, which leaves for both
+    runStep(_exit, this);
+    _state &= ~underWay;
 }
 
 /** From init to the end of the loop. */

@@ -127,7 +127,8 @@ void Thread::main(const std::shared_ptr<Run>& run)
         self = std::move(run->owner);
     }
     run->started->signal();
-    run->system->start();
+    if (!run->system->runOnce())
+        run->system->leaveUnrun();
     {
         // In one step: whoever finds the system unloaded finds the thread idle, and the other way round.
         const MutexGuard guard(self->_mutex);

@@ -99,8 +99,10 @@ private:
     bool advance(EState from, EState to) noexcept;
     void unreserve() noexcept;
     bool runStep(void (*step)(void*), void* argument);
+    bool runOnce();
     void turn();
     void leave();
+    void leaveUnrun();
     void addTask(TaskStatus* status);
     void addStopped(TaskStatus* status) noexcept;
     void finishPass() noexcept;
