@@ -150,7 +150,7 @@ void AppBox::onTick(unsigned int deltaMs)
 {
     if (_clients->isMoveDue())
         _clients->move();
-    _hasWorkLeft = serve();
+    _hasWorkLeft = serve() || getState() == STATE_STOPPING; // nobody rests before the end either
     System::onTick(deltaMs);
 }
 
