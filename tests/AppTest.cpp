@@ -326,6 +326,7 @@ TEST_CASE("clients are served in turns, and nothing is served behind a shutdown"
 
 TEST_CASE("tasks get their turn while texts are left, but for those that only rest")
 {
+    constexpr int commandCount = 200;
     class BusyBox : public OddBox {
     public:
         BusyBox()
@@ -338,19 +339,19 @@ TEST_CASE("tasks get their turn while texts are left, but for those that only re
             tick->addTickHandler({this, &BusyBox::look});
             return OddBox::init() && tick->start(this) && orvi::Yield::createInstance(oneHourMs)->start(this);
         }
-        void look(unsigned int) { looks += commands.size() < 20; }
+        void look(unsigned int) { looks += commands.size() < commandCount; }
         int looks = 0;
     };
     const Handle_T<BusyBox> box = new BusyBox;
     const auto thread = orvi::Thread::createInstance();
     const Handle_T<App> app = App::createInstance(thread, box);
-    for (int i = 0; i < 20; ++i)
-        app->getPipe()->write(L"$COMMAND slow");
+    for (int i = 1; i < commandCount; ++i)
+        app->getPipe()->write(i % 10 == 0 ? L"$COMMAND slow" : L"$COMMAND quick");
     app->getPipe()->write(L"$COMMAND end");
     REQUIRE(thread->start(box));
-    readUntil(app, L"$BYE");
+    CHECK(readUntil(app, L"$BYE").size() == 3 * commandCount + 2);
     thread->shutdown();
-    CHECK(box->commands.size() == 21);
+    CHECK(box->commands.size() == commandCount);
     CHECK(box->looks > 0);
 }
 
