@@ -98,6 +98,7 @@ void encodings(Seen& seen)
     String big(L"x");
     for (int i = 0; i < 14; ++i)
         big += big;
+    Seen::mustNotHaveLogged();
     seen.made(big).made(StringHelper::utf8ToWide(StringHelper::wideToUtf8(big)));
 }
 
