@@ -632,10 +632,13 @@ String_T<T> String_T<T>::append(const T* right, std::size_t elements) const
 template <class T>
 String_T<T>& String_T<T>::extend(const T* right, std::size_t elements)
 {
-    if (elements > 0) {
-        String_T longer = append(right, elements);
-        if (!longer.isEmpty())
-            *this = std::move(longer);
+    if (elements == 0)
+        return *this;
+    const auto own = static_cast<std::size_t>(elementCount());
+    if (StringData* data = create(own + elements)) {
+        copyElements(textOf(data), _text, own);
+        copyElements(textOf(data) + own, right, elements);
+        attach(data);
     }
     return *this;
 }
