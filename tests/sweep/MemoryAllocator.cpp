@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-#if defined __SANITIZE_ADDRESS__
+#if defined SWEEP_SANITIZED
 #define WAY_THROUGH(name) __interceptor_##name
 #else
 #define WAY_THROUGH(name) __libc_##name
