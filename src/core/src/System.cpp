@@ -89,6 +89,17 @@ bool System::load() { return advance(STATE_UNLOADED, STATE_LOADED); }
 /** Takes a load back that nobody has used. */
 void System::unreserve() noexcept { advance(STATE_LOADED, STATE_UNLOADED); }
 
+/** A load for a thread that is going to start: until that has come to its end nobody else gets in, whatever becomes of the
+    load meanwhile. Or a shutdown that comes before the thread would count for nothing once others unload and load. */
+bool System::reserveForThread() noexcept
+{
+    int unloaded = STATE_UNLOADED;
+    return _state.compare_exchange_strong(unloaded, STATE_LOADED | underWay);
+}
+
+/** The thread will not come: the system is loaded like any other. */
+void System::giveBack() noexcept { _state &= ~underWay; }
+
 void System::unload()
 {
     int stopped = STATE_STOPPING; // not while a start is under way: another thread would come in
@@ -115,39 +126,31 @@ bool System::runStep(void (*step)(void*), void* argument)
     return false;
 }
 
-void System::start() { runOnce(); }
+void System::start() { runFrom(STATE_LOADED); }
 
-/** False when nothing was run. */
-bool System::runOnce()
+void System::startOnThread()
+{
+    if (runFrom(STATE_LOADED | underWay))
+        return;
+    // A shutdown came before: an application leaves its table nevertheless, and its clients hear of it.
+    runStep(_exit, this);
+    _state &= ~underWay;
+}
+
+/** The whole life of the loop; false, with nothing run, when the state is not the expected one. */
+bool System::runFrom(int expected)
 {
     const platform::FaultStack faultStack;
-    try {
-        prepareCrashReports();
-    } catch (const std::bad_alloc&) {
-        // A report will tell less. The guard is there, and the next run tries again.
-    }
+    prepareCrashReports();
     {
         const PostedClosures posted{*this}; // there before the id: who sees that may post at once
         _runThreadId = platform::currentThreadId();
-        int loaded = STATE_LOADED;
-        if (!_state.compare_exchange_strong(loaded, STATE_STARTING | underWay))
+        if (!_state.compare_exchange_strong(expected, STATE_STARTING | underWay))
             return false;
         turn();
     } // the last closures find the system still whole
     leave();
     return true;
-}
-
-/** The end of a run that a shutdown came before: an application leaves its table, and its clients hear of it. */
-void System::leaveUnrun()
-{
-    int stopped = STATE_STOPPING;
-    int unloaded = STATE_UNLOADED;
-    if (!_state.compare_exchange_strong(stopped, STATE_STOPPING | underWay) &&
-        !_state.compare_exchange_strong(unloaded, STATE_STOPPING | underWay))
-        return; // another run has begun, which leaves for both
-    runStep(_exit, this);
-    _state &= ~underWay;
 }
 
 /** From init to the end of the loop. */

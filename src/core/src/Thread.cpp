@@ -69,10 +69,11 @@ bool Thread::start(System* system)
         return false;
     try {
         const auto run = std::make_shared<Run>(system);
-        if (!system->load())
+        if (!system->reserveForThread())
             return false;
         if (launch(run))
             return true;
+        system->giveBack();
         system->unload(); // changes something only if it was shut down meanwhile
     } catch (const std::bad_alloc&) {
         // Nothing has been done.
@@ -93,6 +94,7 @@ bool Thread::launch(const std::shared_ptr<Run>& run)
         } catch (const std::system_error&) {
             return false;
         } catch (const std::bad_alloc&) {
+            run->system->giveBack();
             run->system->unreserve();
             throw;
         }
@@ -127,8 +129,7 @@ void Thread::main(const std::shared_ptr<Run>& run)
         self = std::move(run->owner);
     }
     run->started->signal();
-    if (!run->system->runOnce())
-        run->system->leaveUnrun();
+    run->system->startOnThread();
     {
         // In one step: whoever finds the system unloaded finds the thread idle, and the other way round.
         const MutexGuard guard(self->_mutex);

@@ -94,15 +94,18 @@ private:
     struct Pass;
     class TaskStatus; // one start of one task
 
-    static constexpr int underWay = 8; // beside the state from the begin of start to its end
+    static constexpr int underWay =
+        8; // beside the state: from the begin of start, or of a Thread's, to its end
 
     bool advance(EState from, EState to) noexcept;
     void unreserve() noexcept;
+    bool reserveForThread() noexcept;
+    void giveBack() noexcept;
+    void startOnThread();
     bool runStep(void (*step)(void*), void* argument);
-    bool runOnce();
+    bool runFrom(int expected);
     void turn();
     void leave();
-    void leaveUnrun();
     void addTask(TaskStatus* status);
     void addStopped(TaskStatus* status) noexcept;
     void finishPass() noexcept;
