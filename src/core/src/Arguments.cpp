@@ -173,14 +173,28 @@ void parseArguments(const wchar_t* commandLine, wchar_t**& argv, int& argc)
     argc = toInt(counter.entries() - 1);
 }
 
+ArgumentTable::ArgumentTable(const wchar_t* commandLine)
+{
+    const wchar_t* const line = commandLine != nullptr ? commandLine : L"";
+    if (text::length(line) < shortLine) {
+        _argv = _entries;
+        ArgumentSplitter splitter(_entries, _characters);
+        splitter.split(line);
+        _argc = toInt(splitter.entries() - 1);
+        return;
+    }
+    parseArguments(line, _argv, _argc);
+    _owned.reset(_argv);
+}
+
 const wchar_t* ArgumentTable::find(const wchar_t* name) const
 {
-    for (int i = 0; i < _count; ++i) {
-        if (const wchar_t* value = valueOf(_arguments[static_cast<std::size_t>(i)], name))
+    for (int i = 0; i < _argc; ++i) {
+        if (const wchar_t* value = valueOf(_argv[i], name))
             return value;
     }
     if (!isMade())
-        missText(sizeof(wchar_t*)); // at least
+        missText(shortLine * sizeof(wchar_t)); // at least
     return nullptr;
 }
 

@@ -25,8 +25,8 @@ ORVI_API void parseArguments(const wchar_t* commandLine, wchar_t** argv, wchar_t
 ORVI_API void parseArguments(const wchar_t* commandLine, wchar_t**& argv, int& argc);
 
 /** What follows "name=" in the first argument that begins so, or `defaultValue`. Upper and lower case differ.
-    Inside quotes there may be blanks and tabs in front of the "=". Without memory these
-    three give the default, and a line in the log. */
+    Inside quotes there may be blanks and tabs in front of the "=". A line of 512 characters
+    or more needs memory: without it these three give the default, and a line in the log. */
 ORVI_API String parseArgumentString(const wchar_t* commandLine, const wchar_t* name,
                                     const wchar_t* defaultValue);
 
