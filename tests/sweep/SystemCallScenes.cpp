@@ -24,6 +24,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -160,9 +161,11 @@ Outcome directories(const fs::path& place)
     fs::create_directories(place / "a/b");
     for (const char* name : {"a/b/one", "a/two", "three"})
         std::ofstream(place / name) << name;
-    {
+    try {
         const Armed armed;
         scanFiles(found, root, nullptr, true);
+    } catch (const std::bad_alloc&) { // ENOMEM
+        return Outcome::Failed;
     }
     for (const String& path : found) {
         if (!isFileExists(path))
@@ -181,7 +184,7 @@ Outcome saves(const fs::path& place)
     if (isThere) {
         std::ofstream(target) << "old";
         ::chmod(target.c_str(), 0604);
-        if (::chown(target.c_str(), 1, 1) != 0) // only root may
+        if (::chown(target.c_str(), 1, 1) != 0 && ::geteuid() == 0) // nobody else may
             return Outcome::Wrong;
     }
     bool isSaved = false;
