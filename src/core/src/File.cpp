@@ -128,8 +128,9 @@ bool getSmallStatus(const wchar_t* path, platform::FileStatus& status)
     return false;
 }
 
-/** Makes an empty file in the system's directory; empty, with the reason in errno, on failure. */
-String makeTempFile()
+/** Makes an empty file in the system's directory; empty, with the reason in errno, on failure. `path` is the name as the
+    system takes it. */
+String makeTempFile(std::string& path)
 {
     try {
         std::error_code error;
@@ -140,7 +141,7 @@ String makeTempFile()
             errno = error.value();
             return String();
         }
-        std::string path = (directory / "orviXXXXXX").string();
+        path = (directory / "orviXXXXXX").string();
         if (!platform::createUniqueFile(path.data()))
             return String();
         const String name = platform::pathFromBytes(path.c_str());
@@ -152,6 +153,15 @@ String makeTempFile()
     }
     errno = ENOMEM;
     return String();
+}
+
+/** As makeTempFile, with a line in the log on failure. */
+String makeLoggedTempFile(std::string& path)
+{
+    const String name = makeTempFile(path);
+    if (name.isEmpty())
+        Log::error(L"%s", getLastErrorString().getBuffer());
+    return name;
 }
 
 } // namespace
@@ -170,15 +180,17 @@ bool File::open(const String& fileName, int flags, int mode)
         return false;
     FileHandle::OpenOptions options;
     std::unique_ptr<BufferedFile> stream(new (std::nothrow) BufferedFile);
-    if (stream == nullptr)
+    const String_T<char> path = platform::bytesFromPath(name);
+    if (stream == nullptr || path.isEmpty())
         errno = ENOMEM;
-    if (stream == nullptr || !parseFlags(flags, mode, options) ||
-        !stream->open(platform::bytesFromPath(name), options, parseDirections(flags))) {
+    if (stream == nullptr || path.isEmpty() || !parseFlags(flags, mode, options) ||
+        !stream->open(path, options, parseDirections(flags))) {
         logFailure(L"Open file error! %s File:%s", name);
         return false;
     }
     _stream = std::move(stream);
     _fileName = name;
+    _path = path;
     return true;
 }
 
@@ -190,6 +202,7 @@ void File::close()
         logFailure(L"Close file error! %s File:%s", _fileName);
     _stream.reset();
     _fileName = String();
+    _path = String_T<char>();
 }
 
 bool File::eof() const noexcept { return !isInvalid() && _stream->eof(); }
@@ -279,27 +292,26 @@ TempFile::~TempFile()
 {
     if (isInvalid() || _process != platform::currentProcessId())
         return;
-    const String name = getFileName();
+    const String_T<char> path = _path; // there may be no memory to make it now
     close();
-    std::remove(platform::bytesFromPath(name));
+    std::remove(path);
 }
 
 String TempFile::getTempFileName()
 {
-    const String name = makeTempFile();
-    if (name.isEmpty())
-        Log::error(L"%s", getLastErrorString().getBuffer());
-    return name;
+    std::string path;
+    return makeLoggedTempFile(path);
 }
 
 Handle_T<TempFile> TempFile::createTempFile()
 {
     const Handle_T<TempFile> file = new TempFile;
-    const String name = getTempFileName();
+    std::string path;
+    const String name = makeLoggedTempFile(path);
     if (file->open(name, readWrite | create, permitRead | permitWrite))
         return file;
     if (!name.isEmpty())
-        std::remove(platform::bytesFromPath(name));
+        std::remove(path.c_str());
     Log::error(L"Create temp file error!");
     return Handle_T<TempFile>();
 }

@@ -75,7 +75,10 @@ private:
     int tell(bool retry) const;
     int measure(bool retry) const;
 
+    friend class TempFile;
+
     String _fileName;
+    String_T<char> _path;                  // the name as the system takes it, while the file is open
     std::unique_ptr<BufferedFile> _stream; // null while the file is closed
 };
 
