@@ -3,9 +3,13 @@
 #include <orvi/core/ArchiveFactory.h>
 #include <orvi/core/Arguments.h>
 #include <orvi/core/Encoding.h>
+#include <orvi/core/Log.h>
 #include <orvi/core/Text.h>
 
+#include "WholeTexts.h"
 #include "WideText.h"
+
+#include <new>
 
 namespace orvi {
 
@@ -23,6 +27,27 @@ bool parseSetting(String& line, const String& key, String& value)
         return false;
     value = line.getSubString(1, -1).trim();
     return true;
+}
+
+/** The value; empty when there is none. Throws std::bad_alloc when a text on the way to it could not be made. */
+String findValue(Archive* archive, const String& section, const String& key)
+{
+    const WholeTexts texts;
+    const String header = L"[" + section + L"]";
+    texts.check();
+    TextReader reader(archive, TextReader::UTF8);
+    String line;
+    String value;
+    bool isInSection = false;
+    while (reader.readLine(line)) {
+        line.trim();
+        const bool isFound = isInSection && parseSetting(line, key, value);
+        texts.check(); // it would be the line of another key, or of none
+        if (isFound)
+            return value;
+        isInSection = isInSection || line.compareNoCase(header) == 0;
+    }
+    return value;
 }
 
 /** `Source` is an Archive* or the name of a file. */
@@ -46,19 +71,13 @@ String getConfigString(Archive* archive, const String& section, const String& ke
     if (archive == nullptr)
         return defaultValue;
     archive->setPosition(0);
-    TextReader reader(archive, TextReader::UTF8);
-    const String header = L"[" + section + L"]";
-    String line;
-    do {
-        if (!reader.readLine(line))
-            return defaultValue;
-    } while (line.trim().compareNoCase(header) != 0);
-    String value;
-    while (reader.readLine(line)) {
-        if (parseSetting(line.trim(), key, value))
-            return value.isEmpty() ? defaultValue : value;
+    try {
+        const String value = findValue(archive, section, key);
+        return value.isEmpty() ? defaultValue : value;
+    } catch (const std::bad_alloc&) {
+        Log::error(L"Read configuration error! Out of memory Key:%s", key.getBuffer());
+        return defaultValue;
     }
-    return defaultValue;
 }
 
 String getConfigString(const String& fileName, const String& section, const String& key,
