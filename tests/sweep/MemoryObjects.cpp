@@ -1,5 +1,7 @@
 #include "MemorySweep.h"
 
+#include <memory>
+
 #include <dlfcn.h>
 
 using namespace orvi;
@@ -174,18 +176,12 @@ struct Lines : CallStack::Callback {
 
 void callStacks(Seen& seen)
 {
-    for (CallStack* stack : {CallStack::getCallStack_fast(), CallStack::getCallStack()}) {
-        if (stack == nullptr)
-            continue;
+    for (CallStack* (*const capture)() : {CallStack::getCallStack_fast, CallStack::getCallStack}) {
+        const std::unique_ptr<CallStack, void (*)(CallStack*)> stack(capture(),
+                                                                     [](CallStack* it) { it->destroy(); });
         Lines lines;
-        try {
-            stack->dump(lines);
-        } catch (...) {
-            stack->destroy();
-            throw;
-        }
+        stack->dump(lines);
         seen << (lines.count > 0);
-        stack->destroy();
     }
 }
 

@@ -7,8 +7,9 @@
 #include "platform/DebugModule.h"
 #include "platform/ThreadInfo.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <string>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -22,12 +23,18 @@ constexpr std::size_t lineCapacity = 1024;
 bool isCaptureFrame(const char* file)
 {
     static constexpr std::string_view ownFile = "callstack.cpp";
-    std::string lower(file);
-    for (char& c : lower)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-    const auto slash = lower.rfind('/');
-    return std::string_view(lower).substr(slash == std::string::npos ? 0 : slash + 1) == ownFile;
+    const std::string_view path(file);
+    const auto slash = path.rfind('/');
+    const std::string_view name = path.substr(slash == std::string_view::npos ? 0 : slash + 1);
+    return std::equal(name.begin(), name.end(), ownFile.begin(), ownFile.end(),
+                      [](char c, char own) { return (c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c) == own; });
 }
+
+/** Gives a capture back that memory did not last for. */
+struct Dropper {
+    void operator()(CallStack* stack) const noexcept { stack->destroy(); }
+};
+using Capture = std::unique_ptr<CallStack, Dropper>;
 
 } // namespace
 
@@ -92,16 +99,16 @@ CallStack* CallStack::getCallStack()
         frames.resize(frames.size() * 4);
         found = platform::DebugModule::walk(frames.data(), frames.size());
     }
-    auto* stack = new CallStack;
+    Capture stack(new CallStack);
     for (std::size_t i = 0; i < found; ++i)
         stack->push(frames[i]);
-    return stack;
+    return stack.release();
 }
 
 // Frames are read as plain memory within the bounds of the stack, which a sanitizer takes for a stray access.
 __attribute__((noinline, no_sanitize("address", "thread"))) CallStack* CallStack::getCallStack_fast()
 {
-    auto* stack = new CallStack;
+    Capture stack(new CallStack);
     const platform::StackBounds bounds = platform::currentStackBounds();
     constexpr std::size_t word = sizeof(std::uintptr_t);
     auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
@@ -115,7 +122,7 @@ __attribute__((noinline, no_sanitize("address", "thread"))) CallStack* CallStack
         stack->push(words[1]);
         frame = next;
     }
-    return stack;
+    return stack.release();
 }
 
 void CallStack::dump(Callback& callback) const
