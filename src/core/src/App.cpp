@@ -192,18 +192,24 @@ bool AppBox::serve()
 
 bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
 {
-    if (!isCommand(text) || _commandCount == mostCommands || !_commands[_commandCount].end.reserve())
+    if (!isCommand(text) || _commandCount == mostCommands)
         return false;
+    const auto refuse = [] { // "$NOTHING" alone does not tell why
+        Log::error(L"AppBox: no memory for a command");
+        return false;
+    };
+    if (!_commands[_commandCount].end.reserve())
+        return refuse();
     wchar_t** parsed = nullptr;
     int argc = 0;
     parseArguments(text + commandWordLength, parsed, argc);
     if (parsed == nullptr)
-        return false;
+        return refuse();
     const std::unique_ptr<wchar_t*, decltype(&std::free)> argv(parsed, std::free);
     const String word(parsed[0]);
     const String begin = L"$BEGIN " + word;
-    if (begin.getBufferLength() <= word.getBufferLength() || word != parsed[0]) // no memory
-        return false;
+    if (begin.getBufferLength() <= word.getBufferLength() || word != parsed[0])
+        return refuse();
     if (!pipe->write(begin) &&
         pipe->isQueue()) // no memory either; a client that has gone away does not disturb us
         return false;
