@@ -8,6 +8,7 @@
 #include "platform/Entropy.h"
 #include "platform/FileHandle.h"
 #include "platform/FilePath.h"
+#include "platform/KeepLastError.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -28,20 +29,7 @@ constexpr int seekFromEnd = 2;
 constexpr long long unixEpoch = 62167132800; // in seconds of Time
 
 using platform::FileHandle;
-
-/** Lets the reason of a failure survive the line about it. */
-class KeepLastError {
-public:
-    KeepLastError()
-        : _error(errno)
-    {}
-    ~KeepLastError() { errno = _error; }
-    KeepLastError(const KeepLastError&) = delete;
-    KeepLastError& operator=(const KeepLastError&) = delete;
-
-private:
-    int _error;
-};
+using platform::KeepLastError;
 
 /** `format` takes the reason and the name. */
 void logFailure(const wchar_t* format, const String& fileName)

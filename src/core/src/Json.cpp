@@ -7,6 +7,7 @@
 
 #include "platform/FileHandle.h"
 #include "platform/FilePath.h"
+#include "platform/KeepLastError.h"
 #include "platform/ReplacedFile.h"
 
 #include <algorithm>
@@ -31,9 +32,8 @@ public:
 /** `format` takes the reason, which stays the thread's last error, and the name. */
 bool fail(const wchar_t* format, const String& path)
 {
-    const int error = errno;
+    const platform::KeepLastError keep;
     Log::error(format, File::getLastError(), path.getBuffer());
-    errno = error;
     return false;
 }
 

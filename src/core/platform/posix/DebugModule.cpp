@@ -1,6 +1,7 @@
 #include "../DebugModule.h"
 
 #include "../FaultGuard.h"
+#include "../KeepLastError.h"
 
 #include "../../../debug/DebugApi.h"
 #include <cerrno>
@@ -88,36 +89,24 @@ Function entryPoint(std::size_t index)
     return reinterpret_cast<Function>(bound().entryPoints[index]);
 }
 
-/** Looking at the stack changes nothing: the caller may be on its way to report errno. */
-class KeptErrno {
-public:
-    KeptErrno() = default;
-    KeptErrno(const KeptErrno&) = delete;
-    KeptErrno& operator=(const KeptErrno&) = delete;
-    ~KeptErrno() { errno = _value; }
-
-private:
-    int _value = errno;
-};
-
 } // namespace
 
 bool DebugModule::isLoaded()
 {
-    const KeptErrno kept;
+    const KeepLastError kept;
     return bound().library != nullptr;
 }
 
 bool DebugModule::hasEntryPoint(std::size_t index)
 {
-    const KeptErrno kept;
+    const KeepLastError kept;
     return index < std::size(entryPointNames) && bound().entryPoints[index] != nullptr;
 }
 
 // Not inlined: its own frame is where the walk begins to count.
 [[gnu::noinline]] std::size_t DebugModule::walk(std::uintptr_t* addresses, std::size_t capacity)
 {
-    const KeptErrno kept;
+    const KeepLastError kept;
     const auto walkFrom = entryPoint<decltype(&orvi_debug_walk)>(Walk);
     return walkFrom == nullptr || !prepareThread()
                ? 0
@@ -126,7 +115,7 @@ bool DebugModule::hasEntryPoint(std::size_t index)
 
 void DebugModule::findPlace(std::uintptr_t address, SourcePlace& place)
 {
-    const KeptErrno kept;
+    const KeepLastError kept;
     OrviDebugPlace found{place.function, sizeof place.function, place.file, sizeof place.file, 0};
     place.function[0] = 0;
     place.file[0] = 0;
@@ -138,7 +127,7 @@ void DebugModule::findPlace(std::uintptr_t address, SourcePlace& place)
 
 bool DebugModule::prepareThread()
 {
-    const KeptErrno kept;
+    const KeepLastError kept;
     const auto prepare = entryPoint<decltype(&orvi_debug_prepare_thread)>(PrepareThread);
 #ifndef ORVI_THREAD_SANITIZER // to which the C library's freeing of what this allocates is a race
     return prepare != nullptr && prepare(std::malloc, std::free) != 0;

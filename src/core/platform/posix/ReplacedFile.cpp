@@ -1,6 +1,7 @@
 #include "../ReplacedFile.h"
 
 #include "../Entropy.h"
+#include "../KeepLastError.h"
 #include "DescriptorNumber.h"
 #include "FileCalls.h"
 #include "LongPath.h"
@@ -19,20 +20,6 @@ namespace {
 
 constexpr int mostLinks = 40; // as the system itself follows
 constexpr int mostNames = 16; // tried for a draft; a second one is hardly ever needed
-
-/** Lets the reason of a failure survive the clean-up behind it. */
-class KeepLastError {
-public:
-    KeepLastError() noexcept
-        : _error(errno)
-    {}
-    ~KeepLastError() { errno = _error; }
-    KeepLastError(const KeepLastError&) = delete;
-    KeepLastError& operator=(const KeepLastError&) = delete;
-
-private:
-    int _error;
-};
 
 int openFrom(int directory, const char* path, int flags)
 {
