@@ -1,7 +1,9 @@
 #include "CodeTables.h"
 
+#include "SingleBytePages.h"
+
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstddef>
 #include <iterator>
 #include <mutex>
@@ -13,19 +15,14 @@ namespace {
 
 enum class State { Unbuilt, Built, Missing };
 
+/** A page whose tables iconv fills. */
 struct PageSlot {
     int codePage;
     const char* charset; // iconv's name
     std::atomic<State> state{State::Unbuilt};
+    std::atomic<unsigned int> attempts{0};
 };
 
-constinit PageSlot singleBytePages[] = {
-    {437, "CP437"},        {850, "CP850"},        {852, "CP852"},         {866, "CP866"},
-    {874, "CP874"},        {1250, "CP1250"},      {1251, "CP1251"},       {1252, "CP1252"},
-    {1253, "CP1253"},      {1254, "CP1254"},      {1255, "CP1255"},       {1256, "CP1256"},
-    {1257, "CP1257"},      {1258, "CP1258"},      {20127, "US-ASCII"},    {20866, "KOI8-R"},
-    {28591, "ISO-8859-1"}, {28592, "ISO-8859-2"}, {28605, "ISO-8859-15"},
-};
 constinit PageSlot doubleBytePages[] = {
     {932, "CP932"},
     {936, "CP936"},
@@ -34,10 +31,21 @@ constinit PageSlot doubleBytePages[] = {
 };
 
 // Zeroed storage takes no memory before it is touched, needs no clean-up and outlives every user.
-constinit SingleByteTables singleBytes[std::size(singleBytePages)] = {};
+constinit SingleByteTables singleBytes[singleBytePageCount] = {};
+constinit std::atomic<bool> areSingleBytesBuilt[singleBytePageCount] = {};
 constinit DoubleByteTables doubleBytes[std::size(doubleBytePages)] = {};
 
 constinit std::mutex buildLock; // innermost: nothing is called under it that takes another lock
+
+/** A form of Unicode with two bytes a unit, by iconv's name. Without memory or descriptors iconv may take a
+    conversion for one that does not exist, and remember that by the names for good: each attempt takes the
+    next form. */
+struct UnicodeForm {
+    const char* name;
+    unsigned int low; // the place of the low byte
+};
+
+constexpr UnicodeForm unicodeForms[] = {{"UTF-16LE", 0}, {"UCS-2LE", 0}, {"UTF-16BE", 1}, {"UCS-2BE", 1}};
 
 class Iconv {
 public:
@@ -54,8 +62,8 @@ public:
 
     bool isOpen() const { return _handle != iconv_t(-1); }
 
-    /** Converts one character on its own; false for one that is not there. The final call matters: without it glibc keeps a letter of 1255 or
-        1258 back, to compose it with a mark that may follow. */
+    /** Converts one character on its own; false for one that is not there. The final call matters: without it glibc may keep a
+        character back, to compose it with a mark that may follow. */
     bool convert(const unsigned char* source, std::size_t size, unsigned char (&target)[8],
                  std::size_t& length)
     {
@@ -78,9 +86,10 @@ private:
 /** The two directions of one character set. */
 class Charset {
 public:
-    explicit Charset(const char* name)
-        : _decoder("UTF-16LE", name)
-        , _encoder(name, "UTF-16LE")
+    Charset(const char* name, const UnicodeForm& form)
+        : _low(form.low)
+        , _decoder(form.name, name)
+        , _encoder(name, form.name)
     {}
 
     bool isOpen() const { return _decoder.isOpen() && _encoder.isOpen(); }
@@ -92,15 +101,16 @@ public:
         std::size_t length = 0;
         if (!_decoder.convert(source, size, target, length) || length != 2)
             return false;
-        unit = wchar_t(target[0] | target[1] << 8);
+        unit = wchar_t(target[_low] | target[1 - _low] << 8);
         return true;
     }
 
     /** The byte or the two bytes as a number, 0 if there are none. */
     std::uint16_t encode(wchar_t unit)
     {
-        const unsigned char source[2] = {static_cast<unsigned char>(unit),
-                                         static_cast<unsigned char>(unit >> 8)};
+        unsigned char source[2];
+        source[_low] = static_cast<unsigned char>(unit);
+        source[1 - _low] = static_cast<unsigned char>(unit >> 8);
         unsigned char target[8];
         std::size_t length = 0;
         if (!_encoder.convert(source, sizeof source, target, length))
@@ -111,6 +121,7 @@ public:
     }
 
 private:
+    const unsigned int _low;
     Iconv _decoder;
     Iconv _encoder;
 };
@@ -118,10 +129,9 @@ private:
 /** Notes that `code` stands for `unit`. The codes table is the units table turned round, so that nothing is
     encodable but what decodes to the same. Where several codes stand for one unit, iconv knows which is
     usual. */
-template <class Code>
-void addCode(Charset& charset, Code (&codes)[65536], wchar_t unit, Code code)
+void addCode(Charset& charset, std::uint16_t (&codes)[65536], wchar_t unit, std::uint16_t code)
 {
-    Code& entry = codes[unit];
+    std::uint16_t& entry = codes[unit];
     if (entry == 0 || charset.encode(unit) == code)
         entry = code;
 }
@@ -134,13 +144,6 @@ bool extendsAscii(const wchar_t (&units)[256])
     return true;
 }
 
-/** Windows has the control character of the same number where one of its own pages has nothing else. */
-bool isControl(int codePage, unsigned code)
-{
-    const bool isWindowsPage = codePage == 874 || (codePage >= 1250 && codePage <= 1258);
-    return isWindowsPage && code >= 0x80 && code < 0xA0;
-}
-
 /** Whether a byte begins a pair, be that defined or not. iconv counts only those that begin a defined one, and
     would let the second half of others pass for a character of its own. */
 bool isLead(int codePage, unsigned byte)
@@ -151,11 +154,6 @@ bool isLead(int codePage, unsigned byte)
     return byte > 0x80 && byte < 0xFF;
 }
 
-void set(SingleByteTables& tables, std::uint16_t code, wchar_t unit)
-{
-    tables.units[code] = unit;
-    tables.codes[unit] = std::uint8_t(code);
-}
 void set(DoubleByteTables& tables, std::uint16_t code, wchar_t unit)
 {
     tables.units[tables.rows[code >> 8]][code & 0xFF] = unit;
@@ -163,16 +161,17 @@ void set(DoubleByteTables& tables, std::uint16_t code, wchar_t unit)
 }
 
 /** Puts right where iconv lacks a character, or takes another one of two codes for the usual one. */
-template <class Tables>
-void correct(int codePage, Tables& tables)
+void correct(int codePage, DoubleByteTables& tables)
 {
     constexpr struct {
         int codePage;
         std::uint16_t code;
         wchar_t unit;
     } rows[] = {
-        {950, 0xF9F9, 0x2550}, {950, 0xF9E9, 0x255E}, {950, 0xF9EB, 0x2561},
-        {950, 0xF9EA, 0x256A}, {1255, 0xCA, 0x05BA},
+        {950, 0xF9F9, 0x2550},
+        {950, 0xF9E9, 0x255E},
+        {950, 0xF9EB, 0x2561},
+        {950, 0xF9EA, 0x256A},
     };
     for (const auto& row : rows) {
         if (row.codePage == codePage)
@@ -180,20 +179,16 @@ void correct(int codePage, Tables& tables)
     }
 }
 
-bool build(int codePage, Charset& charset, SingleByteTables& tables)
+/** No page has a character twice, so that the order of the bytes does not matter. */
+void build(const SingleBytePage& page, SingleByteTables& tables)
 {
     for (unsigned i = 0; i < 256; ++i) {
-        const auto byte = static_cast<unsigned char>(i);
-        wchar_t unit = byte;
-        if (!charset.decode(&byte, 1, unit) && !isControl(codePage, byte)) {
-            tables.units[byte] = L'?';
-            continue;
-        }
-        tables.units[byte] = unit;
-        addCode(charset, tables.codes, unit, byte);
+        const wchar_t unit = i < 0x80 ? wchar_t(i) : page.upperUnits[i - 0x80];
+        const bool isDefined = i == 0 || unit != 0;
+        tables.units[i] = isDefined ? unit : L'?';
+        if (isDefined)
+            tables.codes[unit] = std::uint8_t(i);
     }
-    correct(codePage, tables);
-    return extendsAscii(tables.units);
 }
 
 void buildRow(Charset& charset, DoubleByteTables& tables, unsigned char lead)
@@ -229,47 +224,60 @@ bool build(int codePage, Charset& charset, DoubleByteTables& tables)
     return extendsAscii(tables.units[0]);
 }
 
-template <class Tables>
-State buildOnce(PageSlot& slot, Tables& tables)
+State buildOnce(PageSlot& slot, DoubleByteTables& tables)
 {
     // Opened before the lock is taken: it loads a module, under the loader's lock, and a thread that holds
     // that one may be in a static initialiser that wants this page.
-    Charset charset(slot.charset);
-    if (!charset.isOpen()) {
-        if (errno != EINVAL)
-            return State::Missing; // out of memory or of descriptors: the next question tries again
-        slot.state = State::Missing;
-        return State::Missing;
-    }
+    const unsigned int attempt = slot.attempts.fetch_add(1, std::memory_order_relaxed);
+    Charset charset(slot.charset, unicodeForms[attempt % std::size(unicodeForms)]);
     const std::lock_guard lock(buildLock);
-    if (slot.state == State::Unbuilt)
+    // What cannot be opened may lack memory or descriptors, whatever errno says: the next question tries again.
+    if (slot.state == State::Unbuilt && charset.isOpen())
         slot.state = build(slot.codePage, charset, tables) ? State::Built : State::Missing;
     return slot.state;
 }
 
-template <class Tables, std::size_t count>
-const Tables* find(int codePage, PageSlot (&slots)[count], Tables (&tables)[count])
+void buildOnce(int index)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        if (slots[i].codePage != codePage)
-            continue;
-        State state = slots[i].state.load(std::memory_order_acquire);
-        if (state == State::Unbuilt)
-            state = buildOnce(slots[i], tables[i]);
-        return state == State::Built ? &tables[i] : nullptr;
-    }
-    return nullptr;
+    const std::lock_guard lock(buildLock);
+    if (areSingleBytesBuilt[index])
+        return;
+    build(singleBytePages[index], singleBytes[index]);
+    areSingleBytesBuilt[index].store(true, std::memory_order_release);
 }
 
 } // namespace
 
 const SingleByteTables* singleByteTables(int codePage)
 {
-    return find(codePage, singleBytePages, singleBytes);
+    for (int i = 0; i < singleBytePageCount; ++i) {
+        if (singleBytePages[i].codePage != codePage)
+            continue;
+        if (!areSingleBytesBuilt[i].load(std::memory_order_acquire))
+            buildOnce(i);
+        return &singleBytes[i];
+    }
+    return nullptr;
 }
+
 const DoubleByteTables* doubleByteTables(int codePage)
 {
-    return find(codePage, doubleBytePages, doubleBytes);
+    for (std::size_t i = 0; i < std::size(doubleBytePages); ++i) {
+        PageSlot& slot = doubleBytePages[i];
+        if (slot.codePage != codePage)
+            continue;
+        State state = slot.state.load(std::memory_order_acquire);
+        if (state == State::Unbuilt)
+            state = buildOnce(slot, doubleBytes[i]);
+        return state == State::Built ? &doubleBytes[i] : nullptr;
+    }
+    return nullptr;
+}
+
+bool isDoubleBytePage(int codePage)
+{
+    return std::any_of(std::begin(doubleBytePages), std::end(doubleBytePages),
+                       [codePage](const PageSlot& slot) { return slot.codePage == codePage; });
 }
 
 } // namespace orvi::platform

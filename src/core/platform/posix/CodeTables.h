@@ -19,8 +19,14 @@ struct DoubleByteTables {
 };
 
 /** The tables of a page, made on the first question. Null for a page of another kind, or one that is not
-    known. They stay for the process's life. Any number of threads. */
+    known. They stay for the process's life. Any number of threads.
+
+    Those of a single-byte page come from constants and are always there. Those of a double-byte page come from iconv,
+    which needs memory and descriptors: null without, and a later question tries again. */
 const SingleByteTables* singleByteTables(int codePage);
 const DoubleByteTables* doubleByteTables(int codePage);
+
+/** Tells a page whose tables cannot be had now from one that is not known. */
+bool isDoubleBytePage(int codePage);
 
 } // namespace orvi::platform
