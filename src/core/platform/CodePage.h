@@ -5,6 +5,11 @@ namespace orvi::platform {
 
 inline constexpr int utf8CodePage = 65001;
 
+/** Results in place of a length. The tables of the pages for Chinese, Japanese and Korean are made on the first
+    question, which fails without memory or descriptors; a later one tries again, and once they are made they stay. */
+inline constexpr std::ptrdiff_t unknownCodePage = -1;
+inline constexpr std::ptrdiff_t codePageLacksTables = -2;
+
 /** Converts `size` bytes of text in `codePage` to UTF-16 and gives the number of units that the whole result
     has.
 
@@ -13,7 +18,7 @@ inline constexpr int utf8CodePage = 65001;
     byte or a pair of bytes that the page does not define becomes one "?", so does a first byte without its
     second; 0x80 to 0x9F, where one of 874 and 1250 to 1258 leaves them free, are the control characters of
     these numbers. Malformed UTF-8 becomes U+FFFD (one for each maximal ill-formed part). NULs are characters like
-    others, never half of one. -1 for a code page that is not known. Code page 0 is 1252. Any number of
+    others, never half of one. Negative, as above, without a conversion. Code page 0 is 1252. Any number of
     threads. */
 std::ptrdiff_t codePageToWide(int codePage, const char* source, std::size_t size, wchar_t* target,
                               std::size_t capacity);

@@ -4,6 +4,9 @@
 
 namespace orvi::platform {
 
+/** The result where a text in a code page came in whose tables cannot be had now. */
+inline constexpr auto formatLacksTables = std::size_t(-1);
+
 /** Formats with the printf conventions of Windows' runtime library, for the three widths of our strings.
 
     Writes at most `capacity` elements to `target`, which may be null when `capacity` is 0, and no terminator.
@@ -19,7 +22,9 @@ namespace orvi::platform {
     bits); `e E f F g G a A` with an optional `L`; `p` is upper-case hexadecimal at pointer width, with `#`
     behind "0x" unless it is null. The decimal point is "." whatever the locale. `%n` writes nothing and
     consumes its argument. An unknown conversion is copied as it stands. Sizes beyond what an int holds
-    saturate. A null `format` is an empty one. */
+    saturate. A null `format` is an empty one.
+
+    Only a format of `unsigned char` with wide arguments may give `formatLacksTables`; `target` is garbage then. */
 template <class T>
 std::size_t formatText(T* target, std::size_t capacity, const T* format, std::va_list arguments);
 

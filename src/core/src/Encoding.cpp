@@ -2,6 +2,7 @@
 
 #include "CodePageNames.h"
 #include "StringAccess.h"
+#include "WholeTexts.h"
 #include "WideText.h"
 #include "platform/CodePage.h"
 #include "platform/ErrorText.h"
@@ -36,12 +37,14 @@ String_T<Target> convertText(int codePage, const Source* source)
     using RawSource = std::conditional_t<sizeof(Source) == 1, char, wchar_t>;
     using RawTarget = std::conditional_t<sizeof(Target) == 1, char, wchar_t>;
     String_T<Target> result;
-    if (source == nullptr)
+    if (source == nullptr || *source == 0)
         return result;
     const auto* text = reinterpret_cast<const RawSource*>(source);
     const std::size_t size = text::length(source);
     RawTarget* const measure = nullptr;
     const std::ptrdiff_t needed = convert(codePage, text, size, measure, 0);
+    if (needed == platform::codePageLacksTables)
+        missText(size * sizeof(Source));
     if (needed < 1)
         return result;
     const auto elements = static_cast<std::size_t>(needed);

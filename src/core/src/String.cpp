@@ -457,6 +457,10 @@ int String_T<T>::vprintf(const T* format, std::va_list arguments)
     constexpr std::size_t shortText = 256; // most texts need one pass
     T buffer[shortText];
     const std::size_t elements = platform::formatText(buffer, shortText, format, arguments);
+    if (elements == platform::formatLacksTables) {
+        missText(sizeof buffer);
+        return 0;
+    }
     if (elements <= shortText)
         return assign(buffer, elements) ? static_cast<int>(elements) : 0;
     if (StringData* data = create(elements)) {
@@ -677,7 +681,9 @@ const unsigned char* stringChar(const unsigned char* p, int& ch)
     }
     const std::size_t length = p[1] != 0 ? 2 : 1;
     wchar_t units[2] = {};
-    platform::codePageToWide(getCodePage(), reinterpret_cast<const char*>(p), length, units, 2);
+    const auto bytes = reinterpret_cast<const char*>(p);
+    if (platform::codePageToWide(getCodePage(), bytes, length, units, 2) == platform::codePageLacksTables)
+        missText(length);
     ch = units[0];
     return p + length;
 }
@@ -724,6 +730,8 @@ int charToString(unsigned char* buffer, int ch)
     const auto unit = static_cast<wchar_t>(ch);
     char bytes[mostBytes];
     std::ptrdiff_t size = unit != 0 ? platform::wideToCodePage(getCodePage(), &unit, 1, bytes, mostBytes) : 0;
+    if (size == platform::codePageLacksTables)
+        missText(sizeof unit);
     if (size < 0 || size > static_cast<std::ptrdiff_t>(mostBytes))
         size = 0;
     std::memcpy(buffer, bytes, static_cast<std::size_t>(size));

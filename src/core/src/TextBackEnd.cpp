@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <typeinfo>
 
 namespace orvi {
@@ -62,20 +63,26 @@ DecodedChar nextUtf8(const unsigned char* bytes, std::size_t size)
     return decodeUtf8Char(bytes, size, Utf8Rest::MayCome);
 }
 
-/** The first unit of one or two bytes; 0 when the code page does not exist. */
+constexpr int lacksTables = -2;
+
+/** The first unit of one or two bytes; 0 when the code page does not exist, `lacksTables` when it cannot be had now. */
 int ansiUnit(int codePage, const unsigned char* bytes, std::size_t size)
 {
     wchar_t units[2] = {};
-    platform::codePageToWide(codePage, reinterpret_cast<const char*>(bytes), size, units, 2);
-    return units[0];
+    const auto text = reinterpret_cast<const char*>(bytes);
+    const std::ptrdiff_t result = platform::codePageToWide(codePage, text, size, units, 2);
+    return result == platform::codePageLacksTables ? lacksTables : units[0];
 }
 
 /** Whether every ASCII byte is the character of its number: not so in a page with shift codes, nor in one that
-    does not exist. */
+    does not exist. Throws std::bad_alloc when the page cannot be had now; once it answers it is there for good. */
 bool keepsAscii(int codePage)
 {
     const unsigned char shiftOut = 0x0E;
-    return ansiUnit(codePage, &shiftOut, 1) == shiftOut;
+    const int unit = ansiUnit(codePage, &shiftOut, 1);
+    if (unit == lacksTables)
+        throw std::bad_alloc();
+    return unit == shiftOut;
 }
 
 } // namespace
@@ -198,7 +205,13 @@ int AnsiReader::getChar()
     const bool isPair = bytes[0] >= 0x80;
     if (isPair && !take(bytes[1]))
         return 0;
-    return ansiUnit(getCodePage(), bytes, isPair ? 2 : 1);
+    const std::size_t size = isPair ? 2 : 1;
+    const int unit = ansiUnit(getCodePage(), bytes, size);
+    if (unit == lacksTables) {
+        giveBack(bytes, size);
+        throw std::bad_alloc();
+    }
+    return unit;
 }
 
 TextBlock AnsiReader::decode(const unsigned char* bytes, std::size_t size, wchar_t* text, TextExtent extent)

@@ -30,8 +30,11 @@ public:
     /** False when the text is too long; `text` stays then. Throws std::bad_alloc without memory. */
     bool run(int available, String_T<T>& text)
     {
-        if (_extent == TextExtent::All)
+        if (_extent == TextExtent::All) {
             _text.expect(static_cast<std::size_t>(std::max(available, 0)) + blockSize);
+            // What decoding lacks is noticed before bytes are taken.
+            _reader.decode(_bytes, 0, static_cast<T*>(nullptr), _extent);
+        }
         State state = State::More;
         while (state == State::More && available > 0) {
             state = step(available);
@@ -183,6 +186,8 @@ bool convert(const String& wide, String_T<unsigned char>& text)
     const int codePage = getCodePage();
     const std::size_t units = StringAccess<wchar_t>::length(wide);
     const std::ptrdiff_t needed = platform::wideToCodePage(codePage, wide, units, nullptr, 0);
+    if (needed == platform::codePageLacksTables)
+        throw std::bad_alloc();
     const auto size = static_cast<std::size_t>(std::max<std::ptrdiff_t>(needed, 0));
     unsigned char* room = prepare(text, size);
     if (room != nullptr && size > 0)

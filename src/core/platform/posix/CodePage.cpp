@@ -59,6 +59,13 @@ struct DoubleByteEncoder {
 
 int knownAs(int codePage) { return codePage == 0 ? 1252 : codePage; }
 
+/** What is said of a page without tables. */
+std::ptrdiff_t refusal(int codePage)
+{
+    return codePage == koreanMailCodePage || isDoubleBytePage(codePage) ? codePageLacksTables
+                                                                        : unknownCodePage;
+}
+
 std::ptrdiff_t signedSize(std::size_t size) { return std::ptrdiff_t(size); }
 
 } // namespace
@@ -77,7 +84,7 @@ std::ptrdiff_t codePageToWide(int codePage, const char* source, std::size_t size
     if (page == koreanMailCodePage)
         if (const DoubleByteTables* tables = doubleByteTables(koreanCodePage))
             return signedSize(koreanMailToWide(*tables, bytes, size, target, capacity));
-    return -1;
+    return refusal(page);
 }
 
 std::ptrdiff_t wideToCodePage(int codePage, const wchar_t* source, std::size_t size, char* target,
@@ -94,7 +101,7 @@ std::ptrdiff_t wideToCodePage(int codePage, const wchar_t* source, std::size_t s
     if (page == koreanMailCodePage)
         if (const DoubleByteTables* tables = doubleByteTables(koreanCodePage))
             return signedSize(wideToKoreanMail(*tables, source, size, bytes, capacity));
-    return -1;
+    return refusal(page);
 }
 
 } // namespace orvi::platform

@@ -1,5 +1,6 @@
 #pragma once
 #include "../CodePage.h"
+#include "../Format.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -17,7 +18,7 @@ public:
         , _capacity(capacity)
     {}
 
-    std::size_t total() const { return _total; }
+    std::size_t total() const { return _lacksTables ? formatLacksTables : _total; }
 
     void put(const T* text, std::size_t size)
     {
@@ -55,11 +56,11 @@ public:
     }
 
     /** The number of elements that `convert` would put. */
-    static std::size_t measure(const wchar_t* text, std::size_t size, int codePage)
+    std::size_t measure(const wchar_t* text, std::size_t size, int codePage)
     {
         return converted(text, size, codePage, static_cast<T*>(nullptr), 0);
     }
-    static std::size_t measure(const char* text, std::size_t size, int codePage)
+    std::size_t measure(const char* text, std::size_t size, int codePage)
     {
         return converted(text, size, codePage, static_cast<T*>(nullptr), 0);
     }
@@ -68,25 +69,29 @@ private:
     std::size_t room() const { return _total < _capacity ? _capacity - _total : 0; }
     T* cursor() const { return _target + std::min(_total, _capacity); }
 
-    static std::size_t converted(const wchar_t* text, std::size_t size, int codePage, T* target,
-                                 std::size_t capacity)
+    std::size_t converted(const wchar_t* text, std::size_t size, int codePage, T* target,
+                          std::size_t capacity)
     {
         char* const bytes = reinterpret_cast<char*>(target);
         return known(wideToCodePage(codePage, text, size, bytes, capacity));
     }
 
-    static std::size_t converted(const char* text, std::size_t size, int codePage, T* target,
-                                 std::size_t capacity)
+    std::size_t converted(const char* text, std::size_t size, int codePage, T* target, std::size_t capacity)
     {
         return known(codePageToWide(codePage, text, size, target, capacity));
     }
 
     /** Text in a code page that does not exist comes out empty. */
-    static std::size_t known(std::ptrdiff_t result) { return result < 0 ? 0 : std::size_t(result); }
+    std::size_t known(std::ptrdiff_t result)
+    {
+        _lacksTables = _lacksTables || result == codePageLacksTables;
+        return result < 0 ? 0 : std::size_t(result);
+    }
 
     T* _target;
     std::size_t _capacity;
     std::size_t _total = 0;
+    bool _lacksTables = false;
 };
 
 } // namespace orvi::platform
