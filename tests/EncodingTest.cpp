@@ -1,3 +1,4 @@
+#include "RecordingLog.h"
 #include "TextPrinting.h"
 
 #include <orvi/core/Core.h>
@@ -5,6 +6,8 @@
 #include <cerrno>
 #include <cfloat>
 #include <climits>
+
+#include <sys/resource.h>
 
 using orvi::String;
 using orvi::StringConvert;
@@ -37,6 +40,26 @@ TEST_CASE("null and empty texts convert to the empty string of each width")
     CHECK(StringHelper::ansiToUtf8(nullptr).isEmpty());
     CHECK(StringHelper::utf8ToAnsi(nullptr).isEmpty());
     CHECK(StringHelper::utf8ToWide("").getBuffer() == String().getBuffer());
+}
+
+TEST_CASE("a page that cannot be had for want of descriptors is reported, and there as soon as it can")
+{
+    const RecordingLog log;
+    const CodePageScope first(950); // reads iconv's configuration, which has no second try
+    CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xA4\xA4"));
+    orvi::setCodePage(936); // no other test of this program asks for it
+    rlimit before;
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    Ansi formatted;
+    const bool areEmpty = StringHelper::wideToAnsi(L"\x4E2D").isEmpty() &&
+                          formatted.format(bytes("%S"), L"\x4E2D") == 0 &&
+                          orvi::charLength<unsigned char>(0x4E2D) == 0;
+    setrlimit(RLIMIT_NOFILE, &before);
+    CHECK(areEmpty);
+    CHECK(log.errors().size() == 3);
+    CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xD6\xD0"));
 }
 
 TEST_CASE("texts travel between the widths")

@@ -39,7 +39,8 @@ constinit std::mutex buildLock; // innermost: nothing is called under it that ta
 
 /** A form of Unicode with two bytes a unit, by iconv's name. Without memory or descriptors iconv may take a
     conversion for one that does not exist, and remember that by the names for good: each attempt takes the
-    next form. */
+    next form. That cannot help where the first use of iconv in the process lacked them: its configuration is
+    read once. */
 struct UnicodeForm {
     const char* name;
     unsigned int low; // the place of the low byte
