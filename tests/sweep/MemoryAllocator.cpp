@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <new>
 
+#include <elf.h>
+#include <malloc.h>
+#include <sys/auxv.h>
+
 #if defined SWEEP_SANITIZED
 #define WAY_THROUGH(name) __interceptor_##name
 #else
@@ -27,16 +31,80 @@ std::atomic<bool> armed = false;
 std::atomic<bool> failed = false;
 std::atomic<long> counted = 0;
 std::atomic<long> live = 0;
-long first = 0;
+std::atomic<long> first = 0;
 bool allLater = false;
 
-bool refuses() noexcept
+bool isLoader(const void* code) noexcept
+{
+    const auto base = getauxval(AT_BASE);
+    const auto* const file = reinterpret_cast<const Elf64_Ehdr*>(base);
+    const auto* const segments = reinterpret_cast<const Elf64_Phdr*>(base + file->e_phoff);
+    for (int i = 0; i < file->e_phnum; ++i) {
+        const auto offset = reinterpret_cast<std::uintptr_t>(code) - base - segments[i].p_vaddr;
+        if (segments[i].p_type == PT_LOAD && offset < segments[i].p_memsz)
+            return true;
+    }
+    return false;
+}
+
+/** The blocks that a thread has been given last, and which of them it has given back.
+
+    Where the loader has no memory for a thread's data of a module it ends the process. Nobody can answer that, so that
+    whoever is about to touch such data asks for as much beforehand, and gives it back. The heap keeps that for the
+    thread: it is not refused to the loader then. */
+class Recent {
+public:
+    void add(void* block) noexcept
+    {
+        _rows[_next++ % rowCount] = {block, block != nullptr ? usable(block) : 0, false};
+    }
+    void giveBack(const void* block) noexcept
+    {
+        for (Row& row : _rows) {
+            if (row.block == block && block != nullptr)
+                row.isFree = true;
+        }
+    }
+    /** Whether it has given back a block that is good for so many bytes; it counts once. */
+    bool take(std::size_t size) noexcept
+    {
+        for (Row& row : _rows) {
+            if (row.isFree && row.size >= size && row.size < size + 2 * sizeof(std::max_align_t)) {
+                row.isFree = false;
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    struct Row {
+        const void* block;
+        std::size_t size;
+        bool isFree;
+    };
+    static constexpr unsigned int rowCount = 32;
+
+    static std::size_t usable(void* block) noexcept { return malloc_usable_size(block); }
+
+    Row _rows[rowCount] = {};
+    unsigned int _next = 0;
+};
+constinit thread_local Recent recent;
+
+bool refuses(std::size_t size = 0, const void* caller = nullptr) noexcept
 {
     if (!armed.load(std::memory_order_acquire))
         return false;
     const long number = counted.fetch_add(1) + 1;
-    if (number != first && !(allLater && first != 0 && number > first))
+    const long failing = first;
+    if (number != failing && !(allLater && failing != 0 && number > failing))
         return false;
+    if (caller != nullptr && isLoader(caller) && recent.take(size)) {
+        if (number == failing)
+            first = number + 1;
+        return false;
+    }
     failed = true;
     if (Allocator::stopsForDebugger)
         std::raise(SIGTRAP);
@@ -50,7 +118,14 @@ void* count(void* block) noexcept
     return block;
 }
 
-void* get(std::size_t size) noexcept { return refuses() ? nullptr : count(WAY_THROUGH(malloc)(size)); }
+void* get(std::size_t size, const void* caller = nullptr) noexcept
+{
+    if (refuses(size, caller))
+        return nullptr;
+    void* const block = count(WAY_THROUGH(malloc)(size));
+    recent.add(block);
+    return block;
+}
 
 void* getAligned(std::size_t alignment, std::size_t size) noexcept
 {
@@ -60,6 +135,7 @@ void* getAligned(std::size_t alignment, std::size_t size) noexcept
 void giveBack(void* block) noexcept
 {
     live.fetch_sub(block != nullptr ? 1 : 0, std::memory_order_relaxed);
+    recent.giveBack(block);
     WAY_THROUGH(free)(block);
 }
 
@@ -99,7 +175,7 @@ using namespace sweep;
 #pragma GCC visibility push(default)
 
 extern "C" {
-void* malloc(std::size_t size) noexcept { return get(size); }
+void* malloc(std::size_t size) noexcept { return get(size, __builtin_return_address(0)); }
 void free(void* block) noexcept { giveBack(block); }
 void* calloc(std::size_t count, std::size_t size) noexcept
 {
