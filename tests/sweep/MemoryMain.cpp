@@ -1,6 +1,7 @@
 #include "MemorySweep.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -67,7 +68,7 @@ bool Seen::isPrefixOf(const Seen& other) const noexcept
 
 namespace {
 
-constexpr int patienceSeconds = 30;
+constexpr int patienceSeconds = 60; // the machine may be busy
 constexpr int maxFindings = 300;
 
 struct Options {
@@ -75,8 +76,23 @@ struct Options {
     int only = 0; // this one allocation, for a debugger
     bool andAllLater = false;
     bool isCold = false;
-    std::vector<std::string> names; // parts of "family: scenario"; none: all
+    int seconds = 0;                 // for all; 0: as long as it takes
+    std::vector<std::string> names;  // parts of "family: scenario"; none: all
+    std::vector<std::string> others; // these are left out
 } options;
+
+using Clock = std::chrono::steady_clock;
+
+/** The end of the part of a scenario that is under way, which leaves the others their share of the time. */
+Clock::time_point partEnd = Clock::time_point::max();
+bool isTimeOver() { return Clock::now() >= partEnd; }
+
+/** The first of `parts` equal parts of the time from now on. */
+Clock::time_point shareOf(Clock::time_point end, int parts)
+{
+    const auto now = Clock::now();
+    return end == Clock::time_point::max() ? end : now + std::max(end - now, Clock::duration::zero()) / parts;
+}
 
 enum class End { Refused, Complete, Foreign };
 
@@ -87,6 +103,7 @@ struct Report {
     long at;          // the one that fails in the run under way
     bool isDone;      // no more allocations to fail
     int cases, refused, complete;
+    int unreached; // allocations that there was no time for
     int findingCount;
     char findings[maxFindings][500];
 } * report;
@@ -208,12 +225,22 @@ void judgeGrowth(const Scenario& scenario, const Mode& mode)
         find(mode, "leaves %d descriptors or files behind", countHandles() - handles);
 }
 
+/** Whether the time is over; what is left does not count as done. */
+bool mustStop(long step)
+{
+    if (!isTimeOver())
+        return false;
+    report->unreached += static_cast<int>(std::max(report->allocations - report->at, 0L) / step) + 1;
+    report->isDone = true;
+    return true;
+}
+
 /** In a process of its own, which goes on with the next allocation as long as it lives. */
 void runWarm(const Scenario& scenario, const Mode& mode, long step)
 {
     for (int i = 0; i < 3; ++i)
         runPlain(scenario, mode, "unsteady without failures");
-    for (;; report->at += step) {
+    for (; !mustStop(step); report->at += step) {
         const long blocks = Allocator::liveBlocks();
         const int handles = countHandles();
         Seen seen;
@@ -291,7 +318,7 @@ void sweepCold(const Scenario& scenario, bool andAllLater)
     const long step = options.isShort ? report->allocations / 15 + 1 : 1;
     int deaths = 0;
     report->at = 1;
-    for (report->isDone = false; !report->isDone && deaths < 5; report->at += step)
+    for (report->isDone = false; !report->isDone && deaths < 5 && !mustStop(step); report->at += step)
         deaths += noteDeath(mode, inChild([&] { runCold(scenario, mode); })) ? 1 : 0;
 }
 
@@ -323,10 +350,10 @@ void printFindings(const std::string& name)
 }
 
 struct Row {
-    int scenarios = 0, cases = 0, refused = 0, complete = 0, findings = 0;
+    int scenarios = 0, cases = 0, refused = 0, complete = 0, unreached = 0, findings = 0;
 };
 
-void sweepScenario(const Scenario& scenario, Row& row)
+void sweepScenario(const Scenario& scenario, Row& row, Clock::time_point end)
 {
     std::memset(static_cast<void*>(report), 0, sizeof *report);
     const std::string name = std::string(scenario.family) + ": " + scenario.name;
@@ -341,7 +368,10 @@ void sweepScenario(const Scenario& scenario, Row& row)
         sweepOne(scenario);
     else
         for (const bool andAllLater : {false, true}) {
+            const int parts = andAllLater ? 2 : 4;
+            partEnd = shareOf(end, parts);
             sweepWarm(scenario, andAllLater);
+            partEnd = shareOf(end, parts - 1);
             sweepCold(scenario, andAllLater);
         }
     printFindings(name);
@@ -349,6 +379,7 @@ void sweepScenario(const Scenario& scenario, Row& row)
     row.cases += report->cases;
     row.refused += report->refused;
     row.complete += report->complete;
+    row.unreached += report->unreached;
     row.findings += report->findingCount;
 }
 
@@ -362,6 +393,10 @@ void readOptions(int argc, char** argv)
             options.andAllLater = true;
         else if (argument == "--cold")
             options.isCold = true;
+        else if (argument.rfind("--seconds=", 0) == 0)
+            options.seconds = std::atoi(argv[i] + 10);
+        else if (argument.rfind("--without=", 0) == 0)
+            options.others.push_back(argument.substr(10));
         else if (argument.rfind("--at=", 0) == 0)
             options.only = std::atoi(argv[i] + 5);
         else
@@ -369,16 +404,20 @@ void readOptions(int argc, char** argv)
     }
 }
 
-bool isWanted(const std::string& name)
+bool isWanted(const Scenario& scenario)
 {
+    const std::string name = std::string(scenario.family) + ": " + scenario.name;
     const auto isPart = [&](const std::string& part) { return name.find(part) != std::string::npos; };
-    return options.names.empty() || std::any_of(options.names.begin(), options.names.end(), isPart);
+    return (options.names.empty() || std::any_of(options.names.begin(), options.names.end(), isPart)) &&
+           std::none_of(options.others.begin(), options.others.end(), isPart);
 }
 
 } // namespace
 
-/** sweep_memory [--short] [parts of "family: scenario" [--at=allocation [--later] [--cold]]]
+/** sweep_memory [--short] [--seconds=of all] [--without=part] [parts of "family: scenario" [--at=allocation [--later]
+    [--cold]]]
 
+    Every scenario has its share of the seconds; what there is no time for is told in the table, and no failure.
     With --at that one allocation fails in this very process; with SWEEP_STOP in the environment a debugger stops
     there. */
 int main(int argc, char** argv)
@@ -394,19 +433,19 @@ int main(int argc, char** argv)
     // Where the loader lacks memory for some of its tables it ends the process: whoever loads the module pays for that.
     orvi::DebugHelper::getDebugHelper();
     std::map<std::string, Row> table;
-    int findings = 0;
+    std::vector<Scenario> wanted;
     for (const auto& scenarios :
-         {textScenarios, objectScenarios, streamScenarios, documentScenarios, runtimeScenarios}) {
-        for (const Scenario& scenario : scenarios) {
-            if (isWanted(std::string(scenario.family) + ": " + scenario.name))
-                sweepScenario(scenario, table[scenario.family]);
-        }
-    }
-    std::printf("%-20s %9s %8s %8s %8s %8s\n", "family", "scenarios", "cases", "refused", "complete",
-                "findings");
+         {textScenarios, objectScenarios, streamScenarios, documentScenarios, runtimeScenarios})
+        std::copy_if(scenarios.begin(), scenarios.end(), std::back_inserter(wanted), isWanted);
+    const auto end = options.seconds > 0 ? Clock::now() + std::chrono::seconds(options.seconds) : partEnd;
+    for (std::size_t i = 0; i < wanted.size(); ++i)
+        sweepScenario(wanted[i], table[wanted[i].family], shareOf(end, static_cast<int>(wanted.size() - i)));
+    int findings = 0;
+    std::printf("%-20s %9s %8s %8s %8s %9s %8s\n", "family", "scenarios", "cases", "refused", "complete",
+                "unreached", "findings");
     for (const auto& [family, row] : table) {
-        std::printf("%-20s %9d %8d %8d %8d %8d\n", family.c_str(), row.scenarios, row.cases, row.refused,
-                    row.complete, row.findings);
+        std::printf("%-20s %9d %8d %8d %8d %9d %8d\n", family.c_str(), row.scenarios, row.cases, row.refused,
+                    row.complete, row.unreached, row.findings);
         findings += row.findings;
     }
     std::filesystem::current_path("/");
