@@ -9,6 +9,7 @@
 
 #include <cxxabi.h>
 #include <exception>
+#include <new>
 
 namespace orvi {
 
@@ -36,8 +37,10 @@ void reportThrown()
         tellLog();
     } catch (abi::__forced_unwind&) { // a thread being cancelled has to unwind
         throw;
+    } catch (const std::bad_alloc&) {
+        Log::error(L"System: a tick threw, and there is no memory to tell what");
     } catch (...) {
-        // The report needs memory, and listeners of the log may throw: the loop shall go on without it.
+        // Listeners of the log may throw: the loop shall go on without the report.
     }
 }
 
