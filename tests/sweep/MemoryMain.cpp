@@ -414,6 +414,22 @@ bool isWanted(const Scenario& scenario)
 
 } // namespace
 
+constexpr const char* homeVariable = "SWEEP_HOME";
+
+/** Goes on as a copy of the program in a directory of its own: reports of crashes come to lie beside it. */
+int moveHome(char** argv)
+{
+    std::string directory = (std::filesystem::temp_directory_path() / "sweep_XXXXXX").string();
+    if (mkdtemp(directory.data()) == nullptr)
+        return 2;
+    const std::string copy = directory + "/sweep_memory";
+    std::filesystem::copy_file("/proc/self/exe", copy);
+    std::filesystem::create_directory(directory + "/work");
+    setenv(homeVariable, directory.c_str(), 1);
+    execv(copy.c_str(), argv);
+    return 2;
+}
+
 /** sweep_memory [--short] [--seconds=of all] [--without=part] [parts of "family: scenario" [--at=allocation [--later]
     [--cold]]]
 
@@ -425,10 +441,13 @@ int main(int argc, char** argv)
     readOptions(argc, argv);
     report = static_cast<Report*>(
         mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    std::string directory = (std::filesystem::temp_directory_path() / "sweep_XXXXXX").string();
-    if (report == MAP_FAILED || mkdtemp(directory.data()) == nullptr || chdir(directory.c_str()) != 0)
+    if (report == MAP_FAILED)
         return 2;
-    setenv("TMPDIR", directory.c_str(), 1);
+    if (std::getenv(homeVariable) == nullptr)
+        return moveHome(argv);
+    const std::filesystem::path directory = std::getenv(homeVariable);
+    std::filesystem::current_path(directory / "work");
+    setenv("TMPDIR", (directory / "work").c_str(), 1);
 
     // Where the loader lacks memory for some of its tables it ends the process: whoever loads the module pays for that.
     orvi::DebugHelper::getDebugHelper();
