@@ -5,6 +5,7 @@
 #include <orvi/core/Time.h>
 
 #include "BufferedFile.h"
+#include "TempPath.h"
 #include "platform/Entropy.h"
 #include "platform/FileHandle.h"
 #include "platform/FilePath.h"
@@ -118,7 +119,7 @@ bool getSmallStatus(const wchar_t* path, platform::FileStatus& status)
 
 /** Makes an empty file in the system's directory; empty, with the reason in errno, on failure. `path` is the name as the
     system takes it. */
-String makeTempFile(std::string& path)
+String tryMakeTempFile(std::string& path)
 {
     try {
         std::error_code error;
@@ -143,16 +144,15 @@ String makeTempFile(std::string& path)
     return String();
 }
 
-/** As makeTempFile, with a line in the log on failure. */
-String makeLoggedTempFile(std::string& path)
+} // namespace
+
+String makeTempFile(std::string& path)
 {
-    const String name = makeTempFile(path);
+    String name = tryMakeTempFile(path);
     if (name.isEmpty())
         Log::error(L"%s", getLastErrorString().getBuffer());
     return name;
 }
-
-} // namespace
 
 Handle_T<File> File::createInstance() { return new File; }
 
@@ -288,14 +288,14 @@ TempFile::~TempFile()
 String TempFile::getTempFileName()
 {
     std::string path;
-    return makeLoggedTempFile(path);
+    return makeTempFile(path);
 }
 
 Handle_T<TempFile> TempFile::createTempFile()
 {
     const Handle_T<TempFile> file = new TempFile;
     std::string path;
-    const String name = makeLoggedTempFile(path);
+    const String name = makeTempFile(path);
     if (file->open(name, readWrite | create, permitRead | permitWrite))
         return file;
     if (!name.isEmpty())

@@ -1,10 +1,9 @@
 #include "FileCacheStore.h"
 
+#include "TempPath.h"
 #include "platform/Entropy.h"
-#include "platform/FilePath.h"
 #include "platform/ForkWatch.h"
 
-#include <orvi/core/File.h>
 #include <orvi/core/Log.h>
 
 #include <algorithm>
@@ -25,11 +24,13 @@ using PageFile = FileCacheStore::PageFile;
 std::unique_ptr<PageFile> openNamelessFile()
 {
     try {
-        const String_T<char> name = platform::bytesFromPath(TempFile::getTempFileName());
-        std::unique_ptr<PageFile> file(new PageFile);
+        std::unique_ptr<PageFile> file(new PageFile); // first: nothing may throw while the file has a name
+        std::string path;
+        const bool made = !makeTempFile(path).isEmpty();
         const bool opened =
-            !name.isEmpty() && file->handle.open(name, {.access = platform::FileHandle::Access::ReadWrite});
-        std::remove(name);
+            made && file->handle.open(path.c_str(), {.access = platform::FileHandle::Access::ReadWrite});
+        if (made)
+            std::remove(path.c_str());
         if (opened)
             return file;
     } catch (const std::bad_alloc&) {
