@@ -214,7 +214,7 @@ bool AppBox::dosamething(AppPipe* pipe, const wchar_t* text)
         pipe->isQueue()) // no memory either; a client that has gone away does not disturb us
         return false;
 
-    const int depth = _commandCount++;
+    const std::size_t depth = _commandCount++;
     _commands[depth].pipe = pipe;
     bool answered = true;
     bool succeeded = false;
@@ -242,7 +242,7 @@ void AppBox::endCommand(const char* word)
 }
 
 /** Tells the clients of the commands from this depth on that they failed. */
-void AppBox::failCommands(int depth)
+void AppBox::failCommands(std::size_t depth)
 {
     while (_commandCount > depth)
         endCommand("$END FAILED");

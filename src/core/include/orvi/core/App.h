@@ -6,6 +6,7 @@
 #include <orvi/core/System.h>
 #include <orvi/core/Thread.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace orvi {
@@ -96,19 +97,19 @@ protected:
     ~AppBox() override;
 
 private:
-    static constexpr int mostCommands = 16;
+    static constexpr std::size_t mostCommands = 16;
 
     struct CommandUnderWay;
 
     bool serve();
     void endCommand(const char* word);
-    void failCommands(int depth);
+    void failCommands(std::size_t depth);
 
     String _appName;
     String _parameters;
     std::unique_ptr<AppClients> _clients;
     std::unique_ptr<CommandUnderWay[]> _commands; // under way are the first of them, the innermost last
-    int _commandCount = 0;
+    std::size_t _commandCount = 0;
 };
 
 /** A client's ticket to a box: a pair of pipes of its own. It may outlive the box. */
