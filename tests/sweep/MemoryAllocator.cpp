@@ -6,7 +6,6 @@
 #include <new>
 
 #include <elf.h>
-#include <malloc.h>
 #include <sys/auxv.h>
 
 #if defined SWEEP_SANITIZED
@@ -54,9 +53,9 @@ bool isLoader(const void* code) noexcept
     thread: it is not refused to the loader then. */
 class Recent {
 public:
-    void add(void* block) noexcept
+    void add(const void* block, std::size_t size) noexcept
     {
-        _rows[_next++ % rowCount] = {block, block != nullptr ? usable(block) : 0, false};
+        _rows[_next++ % rowCount] = {block, size, false};
     }
     void giveBack(const void* block) noexcept
     {
@@ -65,11 +64,11 @@ public:
                 row.isFree = true;
         }
     }
-    /** Whether it has given back a block that is good for so many bytes; it counts once. */
+    /** Whether it has given back a block of this size; it counts once. */
     bool take(std::size_t size) noexcept
     {
         for (Row& row : _rows) {
-            if (row.isFree && row.size >= size && row.size < size + 2 * sizeof(std::max_align_t)) {
+            if (row.isFree && row.size == size) {
                 row.isFree = false;
                 return true;
             }
@@ -84,8 +83,6 @@ private:
         bool isFree;
     };
     static constexpr unsigned int rowCount = 32;
-
-    static std::size_t usable(void* block) noexcept { return malloc_usable_size(block); }
 
     Row _rows[rowCount] = {};
     unsigned int _next = 0;
@@ -123,7 +120,7 @@ void* get(std::size_t size, const void* caller = nullptr) noexcept
     if (refuses(size, caller))
         return nullptr;
     void* const block = count(WAY_THROUGH(malloc)(size));
-    recent.add(block);
+    recent.add(block, size);
     return block;
 }
 
