@@ -452,6 +452,9 @@ TEST_CASE("what leaves init, run or exit ends that run alone, on any thread")
             CHECK(task->getReferenceCount() == 1);
             CHECK(task->getTaskState() == orvi::TASK_STOPPED);
         }
+        for (int i = 0; i < 30000 && system->getReferenceCount() > 1;
+             ++i) // its thread holds it until it returns
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         CHECK(system->getReferenceCount() == 1);
         CHECK(!orvi::postToThread(system->getRunThreadId(), [] {}));
         system->beforeInit = system->afterInit = system->atRun = system->atExit = nullptr;
