@@ -42,8 +42,8 @@ TEST_CASE("null and empty texts convert to the empty string of each width")
     CHECK(StringHelper::utf8ToWide("").getBuffer() == String().getBuffer());
 }
 
-#if !defined( \
-    __SANITIZE_ADDRESS__) // the sanitizer takes an object for a wrong one without descriptors to look
+// Without descriptors to look at it, the sanitizer takes an object for a wrong one.
+#if !defined(__SANITIZE_ADDRESS__)
 TEST_CASE("a page that cannot be had for want of descriptors is reported, and there as soon as it can")
 {
     const RecordingLog log;
