@@ -156,7 +156,7 @@ TEST_CASE("conventions of Windows' runtime library")
     CHECK(narrow("%p|%20p|%-18p|%#+p", pointer, pointer, pointer, nullptr) ==
           "00000000ABCDEF12|    00000000ABCDEF12|00000000ABCDEF12  |0000000000000000");
     CHECK(narrow("%#p|%#20p|%-#20p|", pointer, pointer, pointer) ==
-          "0x00000000ABCDEF12|  0x00000000ABCDEF12|0x00000000ABCDEF12  |");
+          "0X00000000ABCDEF12|  0X00000000ABCDEF12|0X00000000ABCDEF12  |");
     int untouched = 5;
     CHECK(narrow("a%nb%d", &untouched, 7) == "ab7");
     CHECK(untouched == 5);

@@ -251,7 +251,7 @@ private:
         Prefix prefix;
         if (spec.alternate && address != 0) {
             prefix.add('0');
-            prefix.add('x');
+            prefix.add('X'); // as tall as the digits
         }
         putInteger(spec, address, 16, true, prefix);
     }
