@@ -37,6 +37,7 @@ public:
     String getKey() const;
     std::size_t getHash() const noexcept;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): it takes the 0 of an ordering for a pointer
     friend auto operator<=>(const CallbackAddress& a, const CallbackAddress& b) noexcept = default;
 
 private:
@@ -161,11 +162,14 @@ public:
     {
         return static_cast<CallbackBase<R, A>*>(a._callback) ==
                    static_cast<CallbackBase<R, A>*>(b._callback) ||
-               compare(a, b) == 0;
+               std::is_eq(compare(a, b));
     }
     friend bool operator!=(const CallbackHandler& a, const CallbackHandler& b) { return !(a == b); }
     /** By key: of no meaning, and for this process alone. */
-    friend bool operator<(const CallbackHandler& a, const CallbackHandler& b) { return compare(a, b) < 0; }
+    friend bool operator<(const CallbackHandler& a, const CallbackHandler& b)
+    {
+        return std::is_lt(compare(a, b));
+    }
     friend bool operator>(const CallbackHandler& a, const CallbackHandler& b) { return b < a; }
 
 private:
