@@ -37,7 +37,7 @@ TEST_CASE("what is no module for the host does not come in")
         {"load ./text", "'./text' does not load"},
         {"load .", "'.' does not load"},
         {"load \"\"", "'' does not load"},
-        {"load " ORVI_APPHOST_OTHER_MODULE, "is no module for this program"},
+        {"load \"" ORVI_APPHOST_OTHER_MODULE "\"", "is no module for this program"},
     };
     checkRefusals(place, "", rows);
     CHECK(contains(run(place, "load ./text\n", {"--log"}).text, "Unable to load ./text.  ./text: "));

@@ -43,8 +43,8 @@ Run run(const std::string& command)
 
 Run crash(const fs::path& dump, const std::string& trouble, int threads = 2)
 {
-    return run("timeout --foreground 60 " ORVI_DUMP_CRASH " " ORVI_DEBUG_MODULE " " + dump.string() + " " +
-               trouble + " " + std::to_string(threads));
+    return run("timeout --foreground 60 '" ORVI_DUMP_CRASH "' '" ORVI_DEBUG_MODULE "' " + dump.string() +
+               " " + trouble + " " + std::to_string(threads));
 }
 
 bool contains(std::string_view text, std::string_view part)
@@ -315,7 +315,7 @@ TEST_CASE("debuggers read the dump")
     }
     if (haveProgram("lldb")) {
         const Run session = run("timeout 60 lldb -l none -x -b -c " + path +
-                                " " ORVI_DUMP_CRASH " -o 'thread list' -o bt -o 'frame variable'");
+                                " '" ORVI_DUMP_CRASH "' -o 'thread list' -o bt -o 'frame variable'");
         CAPTURE(session.output);
         CHECK(contains(session.output, "stop reason = signal SIGSEGV"));
         CHECK(contains(session.output, "thread #4"));
