@@ -100,16 +100,16 @@ std::atomic<unsigned int> missed = 0;
 /** The id of a class name, of which no copy is made: a class leaves also when there is no memory. */
 unsigned int classIdOf(const wchar_t* name)
 {
-    unsigned int id = 0;
-    for (unsigned int index = 0; *name != 0;) {
+    ClassIdSum sum;
+    while (*name != 0) {
         const std::size_t units = (name[0] & 0xFC00) == 0xD800 && (name[1] & 0xFC00) == 0xDC00 ? 2 : 1;
         char bytes[5] = {};
         platform::wideToCodePage(platform::utf8CodePage, name, units, bytes, sizeof bytes - 1);
         name += units;
-        for (const char* p = bytes; *p != 0; ++p)
-            id += static_cast<unsigned int>(static_cast<unsigned char>(*p)) << (5 * (index++ % 6));
+        for (const char* byte = bytes; *byte != 0; ++byte)
+            sum.add(*byte);
     }
-    return id != 0 ? id : computeClassId("");
+    return sum.id();
 }
 
 } // namespace

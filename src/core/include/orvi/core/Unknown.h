@@ -215,13 +215,26 @@ private:
 struct Void {};
 
 /** The id of a class name: its UTF-8 bytes, each shifted by 5 * (index mod 6), summed modulo 2^32; 0 becomes
-    0xFFFFFFFF. A format: it goes over wires. */
+    0xFFFFFFFF. A format: it goes over wires. Byte by byte, for a name that does not lie in one piece. */
+class ClassIdSum {
+public:
+    constexpr void add(char utf8Byte) noexcept
+    {
+        _sum += static_cast<unsigned int>(static_cast<unsigned char>(utf8Byte)) << (5 * (_count++ % 6));
+    }
+    constexpr unsigned int id() const noexcept { return _sum != 0 ? _sum : 0xFFFFFFFF; }
+
+private:
+    unsigned int _sum = 0;
+    unsigned int _count = 0;
+};
+
 constexpr unsigned int computeClassId(const char* utf8Name)
 {
-    unsigned int id = 0;
-    for (unsigned int i = 0; utf8Name[i] != 0; ++i)
-        id += static_cast<unsigned int>(static_cast<unsigned char>(utf8Name[i])) << (5 * (i % 6));
-    return id != 0 ? id : 0xFFFFFFFF;
+    ClassIdSum sum;
+    for (; *utf8Name != 0; ++utf8Name)
+        sum.add(*utf8Name);
+    return sum.id();
 }
 
 /** The identity of a class as a value: its name and its id. 0 is no class. */
