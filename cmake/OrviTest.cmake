@@ -13,9 +13,9 @@ endif()
 # Tells the builds apart where several run under one CTest.
 set(ORVI_TEST_PREFIX "" CACHE STRING "Text in front of the names of all tests")
 
-add_library(orvi_test_main STATIC ${PROJECT_SOURCE_DIR}/tests/Main.cpp)
+add_library(orvi_test_main STATIC ${PROJECT_SOURCE_DIR}/tests/support/Main.cpp)
 target_link_libraries(orvi_test_main PUBLIC doctest::doctest orvi::core)
-target_include_directories(orvi_test_main PUBLIC ${PROJECT_SOURCE_DIR}/tests)
+target_include_directories(orvi_test_main PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/support)
 orvi_compile_options(orvi_test_main)
 
 # orvi_test(streams SOURCES MemoryStreamTest.cpp [THREADED] [INTERNAL])

@@ -1,9 +1,9 @@
 #include "DebugApi.h"
-#include "LoadedModules.h"
-#include "SourcePlace.h"
-#include "StackVisit.h"
-#include "StackWalk.h"
-#include "TextBuffer.h"
+#include "base/TextBuffer.h"
+#include "modules/LoadedModules.h"
+#include "stack/StackVisit.h"
+#include "stack/StackWalk.h"
+#include "symbols/SourcePlace.h"
 #include <clocale>
 #include <ctime>
 #include <ctype.h>

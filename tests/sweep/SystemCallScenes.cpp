@@ -1,9 +1,9 @@
 #include "SystemCallSweep.h"
 
 #include "RecordingLog.h"
-#include "platform/ServiceLink.h"
-#include "platform/ServiceManager.h"
-#include "platform/posix/ServicePlaces.h"
+#include "platform/hosting/ServiceLink.h"
+#include "platform/hosting/ServiceManager.h"
+#include "platform/posix/hosting/ServicePlaces.h"
 
 #include <orvi/core/ArchiveFactory.h>
 #include <orvi/core/Configuration.h>

@@ -1,0 +1,392 @@
+#include <orvi/core/System.h>
+
+#include <orvi/core/Tick.h>
+#include <orvi/core/Time.h>
+
+#include "Guard.h"
+#include "diagnostics/CrashReporter.h"
+#include "platform/diagnostics/FaultGuard.h"
+#include "platform/diagnostics/ThreadInfo.h"
+#include "platform/runtime/MessageQueue.h"
+#include "values/RandomSeed.h"
+
+#include <algorithm>
+#include <new>
+#include <thread>
+#include <typeinfo>
+#include <utility>
+
+namespace orvi {
+
+/** The record of one start of one task. It owns the task, the system's lists own it: stopping a task during a
+    pass leaves the record, and with it the task, in place until the pass is over. */
+class System::TaskStatus : public Unknown {
+public:
+    TaskStatus(System* owner, Task* started)
+        : system(owner)
+        , task(started)
+        , onlyRests(typeid(*started) == typeid(Yield))
+    {}
+
+    Unknown::Handle_T<System> system;
+    Unknown::Handle_T<Task> task;
+    Unknown::Handle_T<TaskStatus> nextStopped;
+    ETaskState state = TASK_RUNNING;
+    unsigned int elapsed = 0; // gathered since the last onTick
+    unsigned int sleepTime = 0;
+    const bool onlyRests; // it has no turn while there is work left
+};
+
+/** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
+    the loop ends: what still waits runs then. */
+struct System::PostedClosures {
+    System& system;
+    platform::MessageQueue queue{};
+
+    ~PostedClosures()
+    {
+        bool dispatched = queue.close();
+        while (dispatched)
+            system.runStep(
+                [](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
+                &dispatched);
+    }
+};
+
+/** A pass under way, also one that an exception ends. */
+struct System::Pass {
+    explicit Pass(int& passes)
+        : _passes(passes)
+    {
+        ++_passes;
+    }
+    ~Pass() { --_passes; }
+    int& _passes;
+};
+
+System::System()
+    : _semaphore(Semaphore::createInstance())
+    , _exit([](void* system) { static_cast<System*>(system)->System::exit(); })
+{
+    seedRandom();
+}
+
+System::~System() = default;
+
+/** From a state to another one; whether a start is under way stays as it is. */
+bool System::advance(EState from, EState to) noexcept
+{
+    int present = _state.load();
+    do {
+        if ((present & ~underWay) != from)
+            return false;
+    } while (!_state.compare_exchange_weak(present, to | (present & underWay)));
+    return true;
+}
+
+bool System::load() { return advance(STATE_UNLOADED, STATE_LOADED); }
+
+/** Takes a load back that nobody has used. */
+void System::unreserve() noexcept { advance(STATE_LOADED, STATE_UNLOADED); }
+
+/** A load for a thread that is going to start: until that has come to its end nobody else gets in, whatever becomes of the
+    load meanwhile. Or a shutdown that comes before the thread would count for nothing once others unload and load. */
+bool System::reserveForThread() noexcept
+{
+    int unloaded = STATE_UNLOADED;
+    return _state.compare_exchange_strong(unloaded, STATE_LOADED | underWay);
+}
+
+/** The thread will not come: the system is loaded like any other. */
+void System::giveBack() noexcept { _state &= ~underWay; }
+
+void System::unload()
+{
+    int stopped = STATE_STOPPING; // not while a start is under way: another thread would come in
+    _state.compare_exchange_strong(stopped, STATE_UNLOADED);
+}
+
+/** Runs one step of the system's life; false when something has left it, which has been handled then. */
+bool System::runStep(void (*step)(void*), void* argument)
+{
+    const int passes = _passes; // some, when a task turns the loop
+    struct Call {
+        System* system;
+        unsigned long code;
+    } call{this, runGuarded(step, argument)};
+    if (call.code == 0)
+        return true;
+    _passes = passes; // a fault leaves its pass without counting it down
+    runGuarded(
+        [](void* failed) {
+            const Call& told = *static_cast<const Call*>(failed);
+            told.system->onException(told.code);
+        },
+        &call);
+    return false;
+}
+
+void System::start() { runFrom(STATE_LOADED); }
+
+void System::startOnThread()
+{
+    if (runFrom(STATE_LOADED | underWay))
+        return;
+    // A shutdown came before: an application leaves its table nevertheless, and its clients hear of it.
+    runStep(_exit, this);
+    _state &= ~underWay;
+}
+
+/** The whole life of the loop; false, with nothing run, when the state is not the expected one. */
+bool System::runFrom(int expected)
+{
+    const platform::FaultStack faultStack;
+    prepareCrashReports();
+    {
+        const PostedClosures posted{*this}; // there before the id: who sees that may post at once
+        _runThreadId = platform::currentThreadId();
+        if (!_state.compare_exchange_strong(expected, STATE_STARTING | underWay))
+            return false;
+        turn();
+    } // the last closures find the system still whole
+    leave();
+    return true;
+}
+
+/** From init to the end of the loop. */
+void System::turn()
+{
+    struct Attempt {
+        System* system;
+        bool isReady;
+    } attempt{this, false};
+    const bool isInOrder = runStep(
+        [](void* argument) {
+            Attempt& made = *static_cast<Attempt*>(argument);
+            made.isReady = made.system->init();
+        },
+        &attempt);
+    if (!isInOrder)
+        advance(STATE_STARTING, STATE_STOPPING);
+    else if (attempt.isReady && advance(STATE_INITIALISED, STATE_RUNNING))
+        runStep([](void* system) { static_cast<System*>(system)->run(); }, this);
+    advance(STATE_RUNNING, STATE_STOPPING);
+    advance(STATE_INITIALISED, STATE_STOPPING);
+}
+
+/** The end of a start. What an override of exit has not got to is done nevertheless: tasks would keep the system alive, and
+    an application would stay in its table. */
+void System::leave()
+{
+    if (!runStep([](void* system) { static_cast<System*>(system)->exit(); }, this) && !runStep(_exit, this))
+        runStep([](void* system) { static_cast<System*>(system)->System::exit(); }, this);
+    _state &= ~underWay;
+}
+
+void System::sleep(unsigned int ms) { _semaphore->wait(ms, true); }
+
+void System::waken() { _semaphore->signal(); }
+
+bool System::init()
+{
+    if (!advance(STATE_STARTING, STATE_INITIALISED))
+        return false;
+    _firstTick = true;
+    return true;
+}
+
+void System::exit()
+{
+    stopAll(_tasks);
+    stopAll(_newTasks);
+    dropStopped();
+}
+
+void System::run()
+{
+    while (getState() == STATE_RUNNING)
+        runStep([](void* system) { static_cast<System*>(system)->tick(); }, this);
+}
+
+bool System::shutdown()
+{
+    for (const EState state : {STATE_LOADED, STATE_STARTING, STATE_INITIALISED, STATE_RUNNING})
+        advance(state, STATE_STOPPING);
+    _semaphore->signal();
+    return true;
+}
+
+void System::tick()
+{
+    if (platform::MessageQueue::dispatch())
+        return;
+    const unsigned int now = getTimeTick();
+    const unsigned int delta = _firstTick ? 0 : now - _lastTime;
+    _firstTick = false;
+    _lastTime = now;
+    onTick(delta);
+}
+
+void System::onTick(unsigned int deltaMs)
+{
+    const bool hasWorkLeft = std::exchange(_hasWorkLeft, false);
+    bool isIdle = !hasWorkLeft;
+    {
+        const Pass pass(_passes);
+        for (std::size_t i = 0; i < _tasks.size(); ++i) {
+            TaskStatus* status = _tasks[i];
+            Task* task = status->task;
+            if (status->state == TASK_STOPPED || task->_status != status)
+                continue;
+            status->elapsed += deltaMs;
+            const bool sleeps = status->state == TASK_SLEEPING;
+            if (status->elapsed < (sleeps ? status->sleepTime : task->_tickTime))
+                continue;
+            if (hasWorkLeft && status->onlyRests)
+                continue;
+            status->state = TASK_RUNNING;
+            isIdle = false;
+            task->onTick(std::exchange(status->elapsed, 0));
+        }
+    }
+    if (_passes == 0)
+        finishPass();
+    // Where loops outnumber processors an idle one would otherwise turn through its whole time slice before the
+    // next gets a turn: 100 boxes without a task took 19 s to start on two processors, and take 50 ms with this.
+    if (isIdle)
+        std::this_thread::yield();
+}
+
+/** Takes a task in, or throws and leaves all as it is. The next pass finds room for it. */
+void System::addTask(TaskStatus* status)
+{
+    const std::size_t most = _tasks.size() + _newTasks.size() + 1;
+    if (_tasks.capacity() < most)
+        _tasks.reserve(std::max(most, 2 * _tasks.capacity()));
+    _newTasks.push_back(status);
+}
+
+void System::addStopped(TaskStatus* status) noexcept
+{
+    if (_firstStopped.isNull())
+        _firstStopped = status;
+    else
+        _lastStopped->nextStopped = status;
+    _lastStopped = status;
+}
+
+void System::finishPass() noexcept
+{
+    for (auto& status : _newTasks) {
+        if (status->state != TASK_STOPPED)
+            _tasks.push_back(std::move(status));
+    }
+    _newTasks.clear();
+    if (_firstStopped.isNull())
+        return;
+    std::erase_if(_tasks, [](const auto& status) { return status->state == TASK_STOPPED; });
+    dropStopped();
+}
+
+/** Stops the tasks of a list and empties it. */
+void System::stopAll(std::vector<Handle_T<TaskStatus>>& tasks)
+{
+    // By index, and destroyed from a list of their own: the hooks may stop further tasks.
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        TaskStatus* status = tasks[i];
+        Task* task = status->task;
+        if (status->state == TASK_STOPPED)
+            continue;
+        if (!runStep([](void* stopped) { static_cast<Task*>(stopped)->stop(); }, task) &&
+            task->_status == status)
+            task->leaveSystem();
+    }
+    std::vector<Handle_T<TaskStatus>>().swap(tasks);
+}
+
+/** Here stopped tasks are destroyed that nobody else holds; their destructors may start and stop others. */
+void System::dropStopped() noexcept
+{
+    Handle_T<TaskStatus> stopped = std::move(_firstStopped);
+    while (!stopped.isNull())
+        stopped = std::move(stopped->nextStopped);
+}
+
+void System::onException(unsigned long) {}
+
+System::Task::~Task() { stop(); }
+
+bool System::Task::start(System* system)
+{
+    if (system == nullptr || _status != nullptr)
+        return false;
+    const EState state = system->getState();
+    if (state != STATE_INITIALISED && state != STATE_RUNNING)
+        return false;
+    const Handle_T<TaskStatus> status = new TaskStatus(system, this);
+    system->addTask(status);
+    _status = status;
+    bool isWilling = false;
+    try {
+        isWilling = init();
+    } catch (...) {
+        stop();
+        throw;
+    }
+    if (!isWilling)
+        stop();
+    return isWilling;
+}
+
+void System::Task::stop()
+{
+    struct Leaving {
+        Task& task;
+        ~Leaving() { task.leaveSystem(); }
+    } const leaving{*this}; // also when exit throws
+    exit();
+}
+
+void System::Task::leaveSystem() noexcept
+{
+    if (_status == nullptr)
+        return;
+    TaskStatus* status = std::exchange(_status, nullptr);
+    status->state = TASK_STOPPED;
+    status->system->addStopped(status);
+}
+
+bool System::Task::sleep(unsigned int ms)
+{
+    if (_status == nullptr)
+        return false;
+    _status->sleepTime = ms;
+    _status->state = TASK_SLEEPING;
+    return true;
+}
+
+bool System::Task::waken()
+{
+    if (_status == nullptr)
+        return false;
+    _status->state = TASK_RUNNING;
+    return true;
+}
+
+bool System::Task::init() { return true; }
+
+void System::Task::exit() {}
+
+void System::Task::onTick(unsigned int) {}
+
+ETaskState System::Task::getTaskState() const noexcept
+{
+    return _status != nullptr ? _status->state : TASK_STOPPED;
+}
+
+System* System::Task::getSystem() const noexcept
+{
+    return _status != nullptr ? static_cast<System*>(_status->system) : nullptr;
+}
+
+} // namespace orvi

@@ -1,0 +1,153 @@
+#include "values/UuidGenerator.h"
+#include "values/RandomSeed.h"
+
+#include <doctest/doctest.h>
+
+#include <cstring>
+#include <initializer_list>
+#include <numeric>
+#include <vector>
+
+using namespace orvi;
+
+namespace {
+
+constexpr std::uint64_t someTime = 0x01ee123456789000;
+
+/** A clock that stands still until it is told otherwise. */
+class FakeSources final : public UuidSources {
+public:
+    std::uint64_t readClock() override
+    {
+        ++readings;
+        if (--readingsLeft == 0)
+            clock = nextClock;
+        return clock;
+    }
+    unsigned long currentProcess() override { return process; }
+    uuid_node_t makeNode() override
+    {
+        ++nodesMade;
+        uuid_node_t node;
+        node.bytes[5] = static_cast<std::uint8_t>(process);
+        return node;
+    }
+    void seedRandom(unsigned int seed) override { seeds.push_back(seed); }
+    unsigned int random() override { return randomNumber; }
+
+    /** Lets the clock move at the reading of that number from now on. */
+    void moveAt(int reading, std::uint64_t to)
+    {
+        readingsLeft = reading;
+        nextClock = to;
+    }
+
+    std::uint64_t clock = someTime;
+    std::uint64_t nextClock = 0;
+    int readings = 0;
+    int readingsLeft = 0;
+    unsigned long process = 1;
+    int nodesMade = 0;
+    std::vector<unsigned int> seeds;
+    unsigned int randomNumber = 0x7FFF1234;
+};
+
+std::uint64_t timestampOf(const Uuid& uuid)
+{
+    return static_cast<std::uint64_t>(uuid.time_hi_and_version & 0x0FFF) << 48 |
+           static_cast<std::uint64_t>(uuid.time_mid) << 32 | uuid.time_low;
+}
+
+int sequenceOf(const Uuid& uuid) { return (uuid.clock_seq_hi_and_reserved & 0x3F) << 8 | uuid.clock_seq_low; }
+
+} // namespace
+
+TEST_CASE("the fields hold time, version, sequence and node")
+{
+    FakeSources sources;
+    sources.clock = 0x0123456789abcdef;
+    UuidGenerator generator(sources);
+    const Uuid uuid = generator.create();
+    CHECK(uuid.time_low == 0x89abcdef);
+    CHECK(uuid.time_mid == 0x4567);
+    CHECK(uuid.time_hi_and_version == 0x1123);
+    CHECK(uuid.clock_seq_hi_and_reserved == (0x12 | 0x80));
+    CHECK(uuid.clock_seq_low == 0x34);
+    CHECK(uuid.node.bytes[5] == 1);
+
+    CHECK(sources.seeds ==
+          std::vector<unsigned int>{(0x0123456789abcdef >> 42 ^ 0x0123456789abcdef >> 10) & 0xFFFFFFFF});
+    generator.create();
+    CHECK(sources.seeds.size() == 1);
+    CHECK(sources.nodesMade == 1);
+}
+
+TEST_CASE("a clock that stands still gives 1024 more, and then is waited for")
+{
+    FakeSources sources;
+    UuidGenerator generator(sources);
+    for (std::uint64_t i = 0; i <= 1024; ++i)
+        REQUIRE(timestampOf(generator.create()) == someTime + i);
+    CHECK(sources.readings == 1025);
+
+    const std::uint64_t later = someTime + 10000;
+    sources.moveAt(5, later);
+    const Uuid waited = generator.create();
+    CHECK(sources.readings == 1025 + 5);
+    CHECK(timestampOf(waited) == later);
+    CHECK(sequenceOf(waited) == 0x1234);
+    CHECK(timestampOf(generator.create()) == later + 1);
+}
+
+TEST_CASE("a clock that goes back starts another sequence")
+{
+    FakeSources sources;
+    sources.randomNumber = 0xFFFE;
+    UuidGenerator generator(sources);
+    CHECK(sequenceOf(generator.create()) == 0x3FFE);
+    generator.create();
+    // Each row is one more step; the sequence wraps at 16 bits, of which a uuid shows 14.
+    const struct {
+        std::uint64_t clock;
+        int sequence;
+    } rows[] = {
+        {someTime + 10000, 0x3FFE}, {someTime, 0x3FFF}, {someTime + 10000, 0x3FFF}, {1, 0}, {2, 0}, {1, 1}};
+    for (const auto& row : rows) {
+        CAPTURE(row.clock);
+        sources.clock = row.clock;
+        CHECK(sequenceOf(generator.create()) == row.sequence);
+    }
+    CHECK(sources.seeds.size() == 1);
+}
+
+TEST_CASE("a new process gets a node and a sequence of its own")
+{
+    FakeSources sources;
+    UuidGenerator generator(sources);
+    const Uuid parents = generator.create();
+    sources.process = 2;
+    sources.randomNumber = 7;
+    const Uuid childs = generator.create();
+    CHECK(childs.node != parents.node);
+    CHECK(sequenceOf(childs) == 7);
+    CHECK(sources.seeds.size() == 1);
+}
+
+TEST_CASE("a seed is the low half of the shifted sum of a uuid's bytes")
+{
+    const auto uuidOf = [](std::initializer_list<int> first) {
+        unsigned char bytes[16] = {};
+        std::size_t count = 0;
+        for (const int byte : first)
+            bytes[count++] = static_cast<unsigned char>(byte);
+        Uuid uuid;
+        std::memcpy(&uuid, bytes, sizeof uuid);
+        return uuid;
+    };
+    constexpr long long now = 0xA12345678;
+    CHECK(seedFromUuid(uuidOf({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}), now) == 42125);
+    CHECK(seedFromUuid(uuidOf({1, 1, 1, 1}), now) == 1 + 32 + 1024 + 1);
+    CHECK(seedFromUuid(Uuid(), now) == 0xFFFF);
+    CHECK(seedFromUuid(uuidOf({0, 0, 64}), now) == 0x12345678); // the sum is 0x10000
+    CHECK(seedFromUuid(uuidOf({1, 0, 64}), now) == 1);
+}
