@@ -1,5 +1,5 @@
-#include "base/Deadline.h"
 #include "Dump.h"
+#include "base/Deadline.h"
 #include <atomic>
 #include <cerrno>
 #include <csignal>

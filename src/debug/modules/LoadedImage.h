@@ -1,6 +1,6 @@
 #pragma once
-#include "base/Memory.h"
 #include "ProcessMaps.h"
+#include "base/Memory.h"
 #include <cstddef>
 #include <cstdint>
 #include <elf.h>

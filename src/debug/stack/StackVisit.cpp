@@ -1,7 +1,7 @@
 #include "StackVisit.h"
 
-#include "base/Memory.h"
 #include "StackWalk.h"
+#include "base/Memory.h"
 #include "symbols/Names.h"
 #include "symbols/SourcePlace.h"
 #include "symbols/Values.h"

@@ -1,7 +1,7 @@
 #include "Values.h"
 
-#include "base/Memory.h"
 #include "Names.h"
+#include "base/Memory.h"
 #include <cstring>
 #include <dwarf.h>
 
