@@ -15,35 +15,28 @@ static void* handlerOf(int signal)
 int main(int, char** argv)
 {
     void* const before = handlerOf(SIGSEGV);
-    for (int round = 0; round < 2; ++round) {
+    const char* mistake = nullptr;
+    for (int round = 0; round < 2 && mistake == nullptr; ++round) {
         void* library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
         if (library == nullptr) {
-            std::fprintf(stderr, "%s\n", dlerror());
-            return 1;
+            mistake = dlerror();
+            break;
         }
-        // orvi::setCodePage(char const*) and orvi::nothing(...)
+        // orvi::setCodePage(char const*) and orvi::handled_exception_filter(char const*)
         auto* setCodePage =
             reinterpret_cast<bool (*)(const char*)>(dlsym(library, "_ZN4orvi11setCodePageEPKc"));
-        if (setCodePage == nullptr || !setCodePage("latin1")) {
-            std::fprintf(stderr, "the library does not answer\n");
-            return 1;
-        }
-        // orvi::handled_exception_filter(char const*)
         auto* handleExceptions =
             reinterpret_cast<void (*)(const char*)>(dlsym(library, "_ZN4orvi24handled_exception_filterEPKc"));
-        if (handleExceptions == nullptr || (handleExceptions(nullptr), handlerOf(SIGSEGV) == before)) {
-            std::fprintf(stderr, "the library does not handle faults\n");
-            return 1;
-        }
+        if (setCodePage == nullptr || !setCodePage("latin1"))
+            mistake = "the library does not answer";
+        else if (handleExceptions == nullptr || (handleExceptions(nullptr), handlerOf(SIGSEGV) == before))
+            mistake = "the library does not handle faults";
         dlclose(library);
-        if (dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) != nullptr) {
-            std::fprintf(stderr, "the library stays loaded\n");
-            return 1;
-        }
-        if (handlerOf(SIGSEGV) != before) {
-            std::fprintf(stderr, "the library leaves its signal handlers behind\n");
-            return 1;
-        }
+        if (dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) != nullptr)
+            mistake = "the library stays loaded";
+        else if (handlerOf(SIGSEGV) != before)
+            mistake = "the library leaves its signal handlers behind";
     }
-    return 0;
+    std::fputs(mistake != nullptr ? mistake : "", stderr);
+    return mistake != nullptr ? 1 : 0;
 }
