@@ -35,14 +35,12 @@ class Wrong : public Property {
     Handle_T<Forward> _forward;
     std::list<Handle_T<Undeclared>> _undeclared;
     std::vector<Property*> _pointers;
-    std::vector<std::list<Side>> _sides;
     int number;
     int count();
 };
 ORVI_DEFINE_PROPERTY(Wrong)
 {
     table.add(L"side", &Wrong::_side);           // expect: this member's type has no JSON form
-    table.add(L"sides", &Wrong::_sides);         // the same
     table.add(L"pointer", &Wrong::_pointer);     // expect: a plain pointer has no owner
     table.add(L"constant", &Wrong::_constant);   // expect: its member cannot be const
     table.add(L"large", &Wrong::_large);         // expect: write unsigned long, which has 64 bits
