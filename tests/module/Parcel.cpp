@@ -1,4 +1,4 @@
-// A module that a test loads and unloads: it brings a property class and a value type of its own.
+// A module that a test loads and unloads: it brings a class, a property class and a value type of its own.
 #include <orvi/core/Core.h>
 
 namespace {
@@ -28,6 +28,17 @@ ORVI_DEFINE_PROPERTY(Parcel)
     table.add(L"weight", &Parcel::_weight);
 }
 
+class Visitor : public orvi::Unknown {
+    ORVI_DECLARE_CLASS(Visitor);
+    void importFrom(orvi::InputStream& stream) override { stream >> _name; }
+    void exportTo(orvi::OutputStream& stream) const override { stream << _name; }
+    orvi::String _name = L"visitor";
+};
+ORVI_DEFINE_CLASS(Visitor);
+
 } // namespace
 
-extern "C" ORVI_API bool parcelIsRegistered() { return weightConverters.joined() && Parcel::g_setUpCreator_; }
+extern "C" ORVI_API bool parcelIsRegistered()
+{
+    return weightConverters.joined() && Parcel::g_setUpCreator_ && Visitor::g_setUpCreator_;
+}
