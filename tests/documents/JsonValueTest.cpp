@@ -312,9 +312,9 @@ TEST_CASE("copies are independent, and a value may be assigned from a part of it
     }
 }
 
-TEST_CASE("a million levels are destroyed, copied, compared and printed")
+TEST_CASE("deep values are destroyed, copied, compared and printed")
 {
-    constexpr int levels = 1'000'000;
+    constexpr int levels = 300'000; // more than a stack has room for
     const JsonValue value = nest(levels);
     JsonValue copy = value;
     CHECK(copy == value);
