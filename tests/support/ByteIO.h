@@ -40,6 +40,26 @@ protected:
     {}
 };
 
+inline int put(orvi::Output& output, const std::string& bytes)
+{
+    return output.write(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+/** What a read of so many bytes gives. */
+inline std::string take(orvi::Input& input, int size)
+{
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    bytes.resize(static_cast<std::size_t>(std::max(input.read(bytes.data(), size), 0)));
+    return bytes;
+}
+
+inline std::string look(const orvi::Input& input, int size)
+{
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    bytes.resize(static_cast<std::size_t>(std::max(input.peek(bytes.data(), size), 0)));
+    return bytes;
+}
+
 /** The bytes of a text such as "06 61 62 63". */
 inline std::string bytesOf(const std::string& hex)
 {

@@ -16,7 +16,6 @@ public:
     int available() const override { return claimed != noLie ? claimed : ByteIO::available(); }
     int read(void* buffer, int size) override
     {
-        ++reads;
         if (static_cast<int>(position) >= readsUntil)
             return -1;
         if (++answers % (emptyAnswers + 1) != 0)
@@ -33,7 +32,6 @@ public:
     int readsUntil = noLimit; // the position at which reading fails
     int emptyAnswers = 0;     // before each read that delivers
     int room = noLimit;       // the most bytes that it takes
-    int reads = 0;
 
 private:
     explicit FaultyIO(const std::string& content)

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 /** A directory of a test's own, removed with all that is in it. */
@@ -29,6 +31,16 @@ public:
     orvi::String name(const char* name) const
     {
         return orvi::StringHelper::utf8ToWide((_path / name).string().c_str());
+    }
+    /** Makes a file of it. */
+    void write(const std::filesystem::path& name, const std::string& bytes = "x") const
+    {
+        std::ofstream(_path / name, std::ios::binary) << bytes;
+    }
+    std::string read(const std::filesystem::path& name) const
+    {
+        std::ifstream file(_path / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
 private:
