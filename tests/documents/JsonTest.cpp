@@ -402,14 +402,16 @@ TEST_CASE("a save that fails leaves the old document, and one that does not keep
         CHECK(entry.path().filename().string().find(".orvi") != 0);
 }
 
-TEST_CASE("a program that is killed while it saves leaves a whole document")
+namespace {
+
+void killSavers(int rounds)
 {
     const TempDirectory directory;
     const String path = directory.name("document");
     const JsonValue documents[] = {repeat(3'000, L"long "), L"short"};
     REQUIRE(Json::save(documents[0], path, false));
     std::minstd_rand random(7);
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < rounds; ++i) {
         const pid_t child = fork();
         REQUIRE(child >= 0);
         for (unsigned int turn = 0; child == 0; ++turn)
@@ -422,3 +424,9 @@ TEST_CASE("a program that is killed while it saves leaves a whole document")
         REQUIRE((found == documents[0] || found == documents[1]));
     }
 }
+
+} // namespace
+
+TEST_CASE("a program that is killed while it saves leaves a whole document") { killSavers(20); }
+
+TEST_CASE("long: the same many times" * doctest::skip()) { killSavers(2'000); }
