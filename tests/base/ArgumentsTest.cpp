@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 using orvi::String;
@@ -50,34 +51,30 @@ String after(Operation operation, const wchar_t* text)
 TEST_CASE("a command line is split into arguments")
 {
     const struct {
-        const char* what;
         const wchar_t* line;
         std::vector<String> expected;
     } rows[] = {
-        {"null", nullptr, {L""}},
-        {"nothing", L"", {L""}},
-        {"name only", L"app", {L"app"}},
-        {"blanks and tabs", L"app  a\t \tb  ", {L"app", L"a", L"b"}},
-        {"blank in front: an empty name", L" a", {L"", L"a"}},
-        {"line feeds are text", L"app a\nb", {L"app", L"a\nb"}},
-        {"quoted name", LR"("C:\my dir\"app x)", {LR"(C:\my dir\app)", L"x"}},
-        {"no escape in the name", LR"(a\"b c" d)", {LR"(a\b c)", L"d"}},
-        {"open quote in the name", LR"("a b)", {L"a b"}},
-        {"quoted argument", LR"(app "a b" c"d e"f)", {L"app", L"a b", L"cd ef"}},
-        {"empty argument", LR"(app "" x)", {L"app", L"", L"x"}},
-        {"open quote", LR"(app "a b)", {L"app", L"a b"}},
-        {"escaped quote", LR"(app \"a b\")", {L"app", LR"("a)", LR"(b")"}},
-        {"escaped quote in quotes", LR"(app "a \" b" c)", {L"app", LR"(a " b)", L"c"}},
-        {"backslashes before other text", LR"(app \\a\b\\ c)", {L"app", LR"(\\a\b\\)", L"c"}},
-        {"two backslashes and a quote", LR"(app "a\\" b)", {L"app", LR"(a\)", L"b"}},
-        {"three backslashes and a quote", LR"(app a\\\"b)", {L"app", LR"(a\"b)"}},
-        {"backslashes at the end", LR"(app a\\)", {L"app", LR"(a\\)"}},
-        {"doubled quote ends the quoted part", LR"(app "a""b c" d)", {L"app", LR"(a"b)", L"c d"}},
-        {"doubled quote at the end", LR"(app "a"")", {L"app", LR"(a")"}},
-        {"doubled quote behind backslashes", LR"(app "a\\""b" c)", {L"app", LR"(a\"b c)"}},
+        {nullptr, {L""}},
+        {L"", {L""}},
+        {L"app  a\t \tb\nc  ", {L"app", L"a", L"b\nc"}},
+        {L" a", {L"", L"a"}}, // blank in front: an empty name
+        {LR"("C:\my dir\"app x)", {LR"(C:\my dir\app)", L"x"}},
+        {LR"(a\"b c" d)", {LR"(a\b c)", L"d"}}, // no escape in the name
+        {LR"("a b)", {L"a b"}},
+        {LR"(app "a b" c"d e"f)", {L"app", L"a b", L"cd ef"}},
+        {LR"(app "" x)", {L"app", L"", L"x"}},
+        {LR"(app "a b)", {L"app", L"a b"}},
+        {LR"(app \"a b\")", {L"app", LR"("a)", LR"(b")"}},
+        {LR"(app "a \" b" c)", {L"app", LR"(a " b)", L"c"}},
+        {LR"(app \\a\b\\ c)", {L"app", LR"(\\a\b\\)", L"c"}},
+        {LR"(app "a\\" b)", {L"app", LR"(a\)", L"b"}},
+        {LR"(app a\\\"b\\)", {L"app", LR"(a\"b\\)"}},
+        {LR"(app "a""b c" d)", {L"app", LR"(a"b)", L"c d"}}, // a doubled quote ends the quoted part
+        {LR"(app "a"")", {L"app", LR"(a")"}},
+        {LR"(app "a\\""b" c)", {L"app", LR"(a\"b c)"}},
     };
     for (const auto& row : rows) {
-        CAPTURE(row.what);
+        CAPTURE(String(row.line));
         CHECK(split(row.line) == row.expected);
     }
 }
@@ -89,7 +86,6 @@ TEST_CASE("either table may be missing")
     wchar_t text[6];
     orvi::parseArguments(L"ab cd", nullptr, text, &entries, &characters);
     CHECK(entries == 3);
-    CHECK(characters == 6);
     CHECK(String(text + 3) == L"cd");
     wchar_t* table[3] = {text, text, text};
     orvi::parseArguments(L"ab cd", table, nullptr, &entries, &characters);
@@ -100,18 +96,27 @@ TEST_CASE("either table may be missing")
 TEST_CASE("named arguments are found by their whole name")
 {
     const wchar_t* line = LR"(a=1 position=12 Position=13 position=14 "key 	=v w" late =x empty= x=a=b)";
-    const struct {
-        const wchar_t* name;
-        String expected;
-    } rows[] = {
+    const std::pair<const wchar_t*, String> rows[] = {
         {L"a", L"1"},    {L"position", L"12"}, {L"Position", L"13"}, {L"pos", L"?"}, {L"key", L"v w"},
         {L"late", L"?"}, {L"empty", L""},      {L"x", L"a=b"},       {L"", L"x"},    {L"none", L"?"},
     };
-    for (const auto& row : rows) {
-        CAPTURE(String(row.name));
-        CHECK(orvi::parseArgumentString(line, row.name, L"?") == row.expected);
+    for (const auto& [name, expected] : rows) {
+        CAPTURE(name);
+        CHECK(orvi::parseArgumentString(line, name, L"?") == expected);
     }
     CHECK(orvi::parseArgumentString(line, L"none", nullptr).isEmpty());
+}
+
+TEST_CASE("lines on both sides of what fits on the stack have all their arguments")
+{
+    for (const std::size_t length : {510u, 511u, 512u, 513u, 5000u}) {
+        CAPTURE(length);
+        std::vector<wchar_t> line{L'n', L'=', L'1'};
+        while (line.size() < length)
+            line.push_back(line.size() % 2 != 0 ? L' ' : L'a');
+        line.push_back(0);
+        CHECK(orvi::parseArgumentInt(line.data(), L"n", 0) == 1);
+    }
 }
 
 TEST_CASE("named numbers are read as far as they are numbers")
@@ -121,7 +126,6 @@ TEST_CASE("named numbers are read as far as they are numbers")
         int expected;
         std::int64_t expected64;
     } rows[] = {
-        {L"n=12", 12, 12},
         {L"\"n= \t-12x\"", -12, -12},
         {L"n=+7.5", 7, 7},
         {L"n=x", 0, 0},
@@ -132,51 +136,35 @@ TEST_CASE("named numbers are read as far as they are numbers")
         {L"n=9223372036854775808", INT_MAX, INT64_MAX},
     };
     for (const auto& row : rows) {
-        CAPTURE(String(row.line));
+        CAPTURE(row.line);
         CHECK(orvi::parseArgumentInt(row.line, L"n", -1) == row.expected);
         CHECK(orvi::parseArgumentInt64(row.line, L"n", -1) == row.expected64);
     }
 }
 
-TEST_CASE("tokens come off the front")
+TEST_CASE("tokens, spaces, lines and comments come off the front")
 {
-    const struct {
-        const wchar_t* text;
-        String token;
-        String rest;
-    } rows[] = {
-        {L"ab_1=2", L"ab_1", L"=2"},     {L"=2", L"", L"=2"}, {L"", L"", L""}, {L"whole", L"whole", L""},
-        {L"a\u00e9b", L"a", L"\u00e9b"}, {L" a", L"", L" a"},
-    };
-    for (const auto& row : rows) {
-        String rest(row.text);
-        CHECK(orvi::readToken(rest) == row.token);
-        CHECK(rest == row.rest);
+    for (const auto& [text, token] :
+         {std::pair(L"ab_1=2", L"ab_1"), {L"=2", L""}, {L"whole", L"whole"}, {L"a\u00e9b", L"a"}}) {
+        String rest(text);
+        CHECK(orvi::readToken(rest) == token);
+        CHECK(token + rest == text);
     }
-}
-
-TEST_CASE("spaces, lines and comments come off the front")
-{
     CHECK(after(orvi::skipSpaces, L" \t\r\n a ") == L"a ");
     CHECK(after(orvi::skipLine, L"a\r\n\nb") == L"\nb");
     CHECK(after(orvi::skipLine, L"no end") == L"");
-    CHECK(after(orvi::skipLine, L"last\n") == L"");
     CHECK(after(orvi::skipComments, L" # one\n\n\t#two\r\n  x # y\n") == L"x # y\n");
     CHECK(after(orvi::skipComments, L"# no end") == L"");
-    CHECK(after(orvi::skipComments, L"x\n# y") == L"x\n# y");
     CHECK(after(orvi::skipComments, L" \n ") == L"");
 }
 
 TEST_CASE("many lines of comment take no more than their length")
 {
-    constexpr std::size_t lines = 2'000'000;
-    std::vector<wchar_t> text(lines * 2);
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        text[i] = L'#';
-        text[i + 1] = L'\n';
-    }
-    text.push_back(L'x');
-    text.push_back(0);
-    CHECK(after(orvi::skipComments, text.data()) ==
-          L"x"); // some 10^12 characters if each line were cut off alone
+    constexpr std::size_t lines = 1'000'000;
+    std::vector<wchar_t> text;
+    for (std::size_t i = 0; i < lines; ++i)
+        text.insert(text.end(), {L'#', L'\n'});
+    text.insert(text.end(), {L'x', L'\0'});
+    // Some 10^12 characters if each line were cut off alone.
+    CHECK(after(orvi::skipComments, text.data()) == L"x");
 }

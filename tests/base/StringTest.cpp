@@ -4,13 +4,20 @@
 
 #include <orvi/core/Core.h>
 
+#include <cerrno>
+#include <climits>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <sys/resource.h>
+
+using orvi::convertToString;
 using orvi::String;
 using orvi::String_T;
+using orvi::StringConvert;
+using orvi::StringHelper;
 using Utf8 = String_T<char>;
 using Ansi = String_T<unsigned char>;
 
@@ -23,24 +30,30 @@ bool shares(const String_T<T>& a, const String_T<T>& b)
     return a.getBuffer() == b.getBuffer();
 }
 
+template <class Change>
+String after(const wchar_t* text, Change change)
+{
+    String changed(text);
+    change(changed);
+    return changed;
+}
+
+struct CodePageScope {
+    explicit CodePageScope(int page)
+        : before(orvi::getCodePage())
+    {
+        orvi::setCodePage(page);
+    }
+    ~CodePageScope() { orvi::setCodePage(before); }
+    int before;
+};
+
 const unsigned char* bytes(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
 
 } // namespace
 
 TEST_CASE("every way to an empty text ends in the shared empty block")
 {
-    String changed(L"abc");
-    changed.remove(L"abc");
-    String erased(L"abc");
-    erased.erase(0, 3);
-    String replaced(L"aa");
-    replaced.replace(L"a", L"");
-    String formatted(L"abc");
-    formatted.format(L"%s", L"");
-    String assigned(L"abc");
-    assigned = static_cast<const wchar_t*>(nullptr);
-    String set(L"abc");
-    set.setBuffer(L"x", 0);
     const String empty;
     const struct {
         const char* what;
@@ -51,12 +64,12 @@ TEST_CASE("every way to an empty text ends in the shared empty block")
         {"code value 0", String(0)},
         {"nothing but NULs", String(L"\0\0", 2)},
         {"negative count", String(L"abc", -1)},
-        {"remove", changed},
-        {"erase", erased},
-        {"replace", replaced},
-        {"format", formatted},
-        {"assigned null", assigned},
-        {"setBuffer of 0 bytes", set},
+        {"remove", after(L"abc", [](String& text) { text.remove(L"abc"); })},
+        {"erase", after(L"abc", [](String& text) { text.erase(0, 3); })},
+        {"replace", after(L"aa", [](String& text) { text.replace(L"a", L""); })},
+        {"format", after(L"abc", [](String& text) { text.format(L"%s", L""); })},
+        {"assigned null", after(L"abc", [](String& text) { text = static_cast<const wchar_t*>(nullptr); })},
+        {"setBuffer of 0 bytes", after(L"abc", [](String& text) { text.setBuffer(L"x", 0); })},
         {"trim of blanks", String(L" \t\n").trim()},
         {"sub-string behind the end", String(L"abc").getSubString(7, 2)},
         {"sum of empties", empty + empty},
@@ -67,55 +80,57 @@ TEST_CASE("every way to an empty text ends in the shared empty block")
     }
     CHECK(empty.getBufferLength() == 2);
     CHECK(Utf8().getBufferLength() == 1);
-    CHECK(Utf8().getLength() == 0);
 }
 
 TEST_CASE("blocks are exact and shared until one side changes")
 {
     String a(L"abc");
     CHECK(a.getBufferLength() == 8);
-    String b(a);
+    String b(a), c(a);
     CHECK(shares(a, b));
     b.toUpperCase();
+    CHECK(c.replace(L"b", L"x") == 1);
     CHECK(a == L"abc");
     CHECK(b == L"ABC");
-
-    String c(a);
-    c.replace(L"b", L"x");
-    CHECK(a == L"abc");
     CHECK(c == L"axc");
 
     const wchar_t* block = c.getBuffer();
     c = L"xyz"; // same size, not shared: in place
-    CHECK(c.getBuffer() == block);
     c.replace(L'y', L'-');
-    CHECK(c.getBuffer() == block);
-    CHECK(c == L"x-z");
     c.trim();
+    CHECK(c == L"x-z");
     CHECK(c.getBuffer() == block);
     CHECK(shares(c.getSubString(0, -1), c));
     CHECK(shares(c + L"", c));
     CHECK(shares(String() + c, c));
 
-    c = c.getBuffer() + 1; // from its own text
-    CHECK(c == L"-z");
-    c.setBuffer(c.getBuffer() + 1, 2);
-    CHECK(c == L"z");
-    c = *&c;
-    CHECK(c == L"z");
-    c.insert(1, c);
-    CHECK(c == L"zz");
-    String own(L"a.b.c");
-    CHECK(own.replace(own.getBuffer() + 4, L"x") == 1);
-    CHECK(own == L"a.b.x");
-    String self(L"ab");
-    CHECK(self.format(L"%s-%s", self.getBuffer(), self.getBuffer()) == 5);
-    CHECK(self == L"ab-ab");
+    Utf8 counted("ab");
+    CHECK(counted.getLength() == 2);
+    counted = "\xC3\xA9";
+    CHECK(counted.getLength() == 1);
+    counted.replace("\xC3\xA9", "cd");
+    CHECK(counted.getLength() == 2);
+}
+
+TEST_CASE("a string may take a change from its own text")
+{
+    String text(L"abcb");
+    text = text.getBuffer() + 1;
+    CHECK(text == L"bcb");
+    text.setBuffer(text.getBuffer() + 1, 4);
+    CHECK(text == L"cb");
+    text = *&text;
+    CHECK(text == L"cb");
+    text.insert(1, text);
+    CHECK(text == L"ccbb");
+    CHECK(text.replace(text.getBuffer() + 3, L"x") == 2);
+    CHECK(text == L"ccxx");
+    CHECK(text.format(L"%s-%s", text.getBuffer(), text.getBuffer() + 2) == 7);
+    CHECK(text == L"ccxx-xx");
 }
 
 TEST_CASE("counted and sized construction")
 {
-    CHECK(String(L"abc", 3) == L"abc");
     CHECK(String(L"abc\0", 4) == L"abc");
     const String inner(L"a\0b", 3);
     CHECK(inner.getLength() == 3);
@@ -124,11 +139,8 @@ TEST_CASE("counted and sized construction")
     CHECK(Utf8("\xC3\xA9zz", 2) == "\xC3\xA9z");
 
     String odd;
-    odd.setBuffer(L"abc", 3); // one and a half units: rounded up and filled with zero bytes
+    odd.setBuffer(L"\x1234\x5678", 3); // one and a half units: rounded up and filled with zero bytes
     CHECK(odd.getBufferLength() == 6);
-    CHECK(odd.getBuffer()[0] == L'a');
-    CHECK(odd.getBuffer()[1] == L'b');
-    odd.setBuffer(L"\x1234\x5678", 3);
     CHECK(odd.getBuffer()[1] == 0x78);
     CHECK(odd.getBuffer()[2] == 0);
 }
@@ -140,7 +152,6 @@ TEST_CASE("UTF-8 counts characters, and finds in bytes")
     CHECK(text.getBufferLength() == 7);
     CHECK(text.getLength() == 3);
     CHECK(text[0] == 0xE9);
-    CHECK(text[1] == 'a');
     CHECK(text[2] == 0x20AC);
     CHECK(text[3] == 0);
     CHECK(text.find('a', 0) == 2);
@@ -148,12 +159,12 @@ TEST_CASE("UTF-8 counts characters, and finds in bytes")
     CHECK(text.find(0x20AC, 1) == 3);
     CHECK(text.getSubString(1, 1) == "a");
     CHECK(text.getSubString(2, 9) == "\xE2\x82\xAC");
-    CHECK(Utf8(0x416) == "\xD0\x96");
     Utf8 appended("x");
     appended += 0x20AC;
-    CHECK(appended == "x\xE2\x82\xAC");
+    appended += 0x416;
+    CHECK(appended == "x\xE2\x82\xAC\xD0\x96");
     CHECK(appended.remove(0x20AC) == 1);
-    CHECK(appended == "x");
+    CHECK(appended == "x\xD0\x96");
 
     // Broken sequences: a lead byte takes the continuations that are there, nothing beyond the end.
     const struct {
@@ -169,8 +180,7 @@ TEST_CASE("UTF-8 counts characters, and finds in bytes")
 
 TEST_CASE("ANSI text steps over lead and trail bytes")
 {
-    const int before = orvi::getCodePage();
-    orvi::setCodePage(932);
+    const CodePageScope japanese(932);
     Ansi text(bytes("\x83\x41"
                     "A")); // the trail byte looks like a letter
     CHECK(text.getLength() == 2);
@@ -185,32 +195,27 @@ TEST_CASE("ANSI text steps over lead and trail bytes")
     const Ansi cut(bytes("a\x83")); // a lead byte without its trail
     CHECK(cut.getLength() == 2);
     CHECK(cut.getSubString(1, 5) == bytes("\x83"));
-    orvi::setCodePage(before);
 }
 
 TEST_CASE("find, sub-string, insert and erase, also beyond the text")
 {
     const String text(L"abcd");
-    CHECK(text.find(L"cd", 0) == 2);
     CHECK(text.find(L"", 2) == 2);
     CHECK(text.find(L"a", 1) == -1);
     CHECK(text.find(L'd') == 3);
     CHECK(text.find(0) == 4);
     CHECK(text.find(L"a", 100) == -1);
     CHECK(String().find(L"") == -1);
-    CHECK(text.getSubString(1, 100) == L"bcd");
     CHECK(text.getSubString(1, 2147483647) == L"bcd");
     CHECK(text[-1] == 0);
     CHECK(text[4] == 0);
 
     String changed(text);
     CHECK(changed.insert(2, L"--") == 6);
-    CHECK(changed == L"ab--cd");
     CHECK(changed.insert(99, L'!') == 7);
     CHECK(changed == L"ab--cd!");
     CHECK(changed.erase(2, 2) == 2);
     CHECK(changed == L"abcd!");
-    CHECK(changed.erase(1, 0) == 0);
     CHECK(changed.erase(1, -3) == -3);
     CHECK(changed.erase(3, 2147483647) == 2147483647);
     CHECK(changed == L"abc");
@@ -251,26 +256,13 @@ TEST_CASE("long needles that repeat themselves are found as the slow way finds t
     }
 }
 
-TEST_CASE("a wide text is measured to its NUL wherever it starts")
-{
-    for (std::size_t start = 0; start < 9; ++start) {
-        for (std::size_t size = 0; size < 40; ++size) {
-            std::vector<wchar_t> units(start + size + 1, L'a');
-            units.back() = 0;
-            CHECK(orvi::stringLength(units.data() + start) == static_cast<int>(size));
-        }
-    }
-}
-
 TEST_CASE("comparison is by unsigned elements, in both orders of the operands")
 {
     const String text(L"b");
     CHECK(text.compare(nullptr) == 1);
-    CHECK(String().compare(nullptr) == 0);
     CHECK(text.compare(L"\x8000") == -1);
     CHECK(Utf8("\xC3").compare("a") == 1);
     CHECK(L"a" < text);
-    CHECK(L"b" == text);
     CHECK(L"c" != text);
     CHECK(L"c" >= text);
     CHECK(text < String(L"ba"));
@@ -279,7 +271,7 @@ TEST_CASE("comparison is by unsigned elements, in both orders of the operands")
     CHECK(L"x" + text + L"y" == L"xby");
 }
 
-TEST_CASE("trim cuts ASCII white space and keeps a block with nothing to cut")
+TEST_CASE("trim cuts ASCII white space")
 {
     CHECK(String(L" \t a b \r\n").trim() == L"a b");
     CHECK(String(L" a ").trimLeft() == L"a ");
@@ -287,24 +279,17 @@ TEST_CASE("trim cuts ASCII white space and keeps a block with nothing to cut")
     CHECK(Utf8("\xC2\xA0 x").trim() == "\xC2\xA0 x"); // a no-break space is none
 }
 
-TEST_CASE("format follows the conventions of the Windows runtime at both widths")
+TEST_CASE("a formatted text is whole, longer than what is formatted in one pass too")
 {
     String text;
-    text.format(L"%s|%S|%hs|%ls|%c|%5d|%-5d|%05d|%*d", L"wide", "n\xC3\xA4rrow", "h", L"l", L'c', 42, 42, 42,
-                4, 7);
-    CHECK(text == L"wide|n\x00E4rrow|h|l|c|   42|42   |00042|   7");
-    text.format(L"%I64d %I64u %I64X %lld %ld %u", -1LL, 18446744073709551615ULL, 0xABCDEFULL, 5LL, -6L,
-                4000000000U);
-    CHECK(text == L"-1 18446744073709551615 ABCDEF 5 -6 4000000000");
-    text.format(L"%p %.3f %g %e", reinterpret_cast<void*>(0xABC), 1.5, 0.1, 12345.678);
-    CHECK(text == L"0000000000000ABC 1.500 0.1 1.234568e+04");
+    for (const int size : {255, 256, 257, 3000}) {
+        CHECK(text.format(L"%*d%s", size - 2, 7, L"ab") == size);
+        CHECK(text.getLength() == size);
+        CHECK(text.getSubString(size - 3, 3) == L"7ab");
+    }
     Utf8 narrow;
-    CHECK(narrow.format("%s %S %ls %.2s", "a", L"\x20AC", L"b", "xyz") == 10);
-    CHECK(narrow == "a \xE2\x82\xAC b xy");
-    text.format(L"%300d", 1); // longer than what is formatted in one pass
-    CHECK(text.getLength() == 300);
-    text.format(L"100%%");
-    CHECK(text == L"100%");
+    CHECK(narrow.format("%s %S %p", "a", L"\x20AC", reinterpret_cast<void*>(0xABC)) == 22);
+    CHECK(narrow == "a \xE2\x82\xAC 0000000000000ABC");
 }
 
 TEST_CASE(
@@ -314,8 +299,7 @@ TEST_CASE(
     Utf8 text("kept");
     CHECK(text.format("%2147483647d", 1) == 0);
     CHECK(text == "kept");
-    REQUIRE(log.lines().size() == 1);
-    CHECK(log.lines()[0].text == L"Allocate memory(2147483660) error!");
+    CHECK(log.errors() == std::vector<String>{L"Allocate memory(2147483660) error!"});
 }
 
 TEST_CASE("strings share their blocks across threads")
@@ -324,12 +308,11 @@ TEST_CASE("strings share their blocks across threads")
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([copy = shared] {
-            for (int round = 0; round < 2000; ++round) {
+            for (int round = 0; round < 1000; ++round) {
                 Utf8 mine(copy);
                 CHECK(mine.getLength() == 17);
                 mine.toUpperCase();
-                const Utf8 another(mine);
-                CHECK(another.find("SHARED") == 6);
+                CHECK(Utf8(mine).find("SHARED") == 6);
             }
         });
     }
@@ -348,9 +331,87 @@ TEST_CASE("bulk copy and fill give what memcpy and memset give")
         CHECK(orvi::__memcpy__(target.data() + 1, source.data() + 3, size) == target.data() + 1);
         CHECK(target == expected);
         std::fill(expected.begin() + 5, expected.begin() + 5 + size, static_cast<unsigned char>(0xA5));
-        target.resize(size + 8);
         CHECK(orvi::__memset__(target.data() + 5, 0x1A5, size) == target.data() + 5);
         CHECK(target == expected);
     }
-    CHECK(orvi::nothing(1, "x", 2.0) == 0);
+}
+
+// Without descriptors to look at it, the sanitizer takes an object for a wrong one.
+#if !defined(__SANITIZE_ADDRESS__)
+TEST_CASE("a page that cannot be had for want of descriptors is reported, and there as soon as it can")
+{
+    const RecordingLog log;
+    const CodePageScope first(950); // reads iconv's configuration, which has no second try
+    CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xA4\xA4"));
+    orvi::setCodePage(936); // no other test of this program asks for it
+    rlimit before;
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    Ansi formatted;
+    const bool areEmpty = StringHelper::wideToAnsi(L"\x4E2D").isEmpty() &&
+                          formatted.format(bytes("%S"), L"\x4E2D") == 0 &&
+                          orvi::charLength<unsigned char>(0x4E2D) == 0;
+    setrlimit(RLIMIT_NOFILE, &before);
+    CHECK(areEmpty);
+    CHECK(log.errors().size() == 3);
+    CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xD6\xD0"));
+}
+#endif
+
+TEST_CASE("texts travel between the widths")
+{
+    const CodePageScope western(1252);
+    CHECK(StringHelper::ansiToUtf8(bytes("\x80")) == "\xE2\x82\xAC");
+    CHECK(StringHelper::utf8ToAnsi("\xC3\xA9") == bytes("\xE9"));
+    CHECK(StringHelper::utf8ToWide("a\xE2\x82z").getBufferLength() ==
+          8); // malformed is replaced, not refused
+    CHECK(StringHelper::utf8ToWide("a\xE2\x82z") == L"a\xFFFDz");
+    CHECK(static_cast<String>(StringConvert("\xC3\xA9")) == L"\x00E9");
+    CHECK(static_cast<Utf8>(StringConvert(bytes("\xE9"))) == "\xC3\xA9");
+    CHECK(static_cast<Ansi>(StringConvert(L"\x00E9")) == bytes("\xE9"));
+    CHECK(static_cast<Utf8>(StringConvert("same")) == "same");
+    CHECK(static_cast<String>(StringConvert(static_cast<const char*>(nullptr))).isEmpty());
+    CHECK(StringHelper::utf8ToAnsi(nullptr).isEmpty());
+    CHECK(StringHelper::ansiToUtf8(nullptr).isEmpty());
+    CHECK(StringHelper::utf8ToWide("").getBuffer() == String().getBuffer());
+}
+
+TEST_CASE("code pages by number and by name")
+{
+    const CodePageScope scope(0);
+    CHECK(StringHelper::ansiToWide(bytes("\x80")) == L"\x20AC"); // 0 is 1252
+    CHECK(orvi::setCodePage("LATIN1"));
+    CHECK(!orvi::setCodePage("latin-1"));
+    CHECK(orvi::getCodePage() == 1252);
+    CHECK(orvi::setCodePage("Shift_JIS"));
+    CHECK(StringHelper::wideToAnsi(L"\x30A2") == bytes("\x83\x41"));
+    CHECK(orvi::setCodePage("iso-2022-kr"));
+    CHECK(StringHelper::ansiToWide(StringHelper::wideToAnsi(L"a\xAC00z")) == L"a\xAC00z");
+    CHECK(orvi::setCodePage(12345));
+    CHECK(StringHelper::ansiToWide(bytes("abc")).isEmpty());
+    CHECK(!orvi::setCodePage(static_cast<const char*>(nullptr)));
+}
+
+TEST_CASE("values as text")
+{
+    CHECK(convertToString(true) == L"true");
+    CHECK(convertToString(0.1f) == L"0.1");
+    CHECK(convertToString(0.1) == L"0.1");
+    CHECK(convertToString(1e300) == L"1e+300");
+    CHECK(convertToString(static_cast<unsigned char>(65)) == L"65");
+    CHECK(convertToString(static_cast<signed char>(-65)) == L"-65");
+    CHECK(convertToString(LONG_MIN) == L"-9223372036854775808");
+    CHECK(convertToString(ULLONG_MAX) == L"18446744073709551615");
+    CHECK(convertToString("\xC3\xA9") == L"\x00E9");
+    const String text(L"text");
+    CHECK(convertToString(text).getBuffer() == text.getBuffer());
+}
+
+TEST_CASE("error texts")
+{
+    CHECK(orvi::getErrorString(987654).isEmpty());
+    errno = EACCES;
+    CHECK(orvi::getLastErrorString() == L"Permission denied");
+    CHECK(errno == EACCES);
 }

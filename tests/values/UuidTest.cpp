@@ -2,8 +2,6 @@
 
 #include "TextPrinting.h"
 
-#include <doctest/doctest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -17,7 +15,7 @@ namespace {
 #if defined(__SANITIZE_THREAD__)
 constexpr std::size_t uuidsPerThread = 5000;
 #else
-constexpr std::size_t uuidsPerThread = 125000;
+constexpr std::size_t uuidsPerThread = 50000;
 #endif
 
 const wchar_t counting[] = L"01234567-89ab-cdef-8001-0a1b2c3d4e5f";
@@ -43,21 +41,15 @@ Uuid fromBytes(const unsigned char (&bytes)[16])
 
 TEST_CASE("a uuid is nothing until it is made")
 {
-    CHECK(Uuid() == Uuid());
-    CHECK(Uuid().convertToString() == L"00000000-0000-0000-0000-000000000000");
-    CHECK(uuid_node_t().convertToString() == L"000000000000");
-    CHECK(Uuid(Uuid::CREATE) != Uuid());
-
-    const Uuid first = Uuid::create();
+    CHECK(Uuid() == uuid_convertFromString(L"00000000-0000-0000-0000-000000000000"));
+    const Uuid first(Uuid::CREATE);
     Uuid second;
     CHECK(uuid_create(second) == 1);
     CHECK(first != second);
     CHECK(first.node == second.node);
-    for (const Uuid& uuid : {first, second}) {
-        CHECK(versionOf(uuid) == 1);
-        CHECK((uuid.clock_seq_hi_and_reserved & 0xC0) == 0x80);
-        CHECK((uuid.node.bytes[0] & 1) == 1);
-    }
+    CHECK(versionOf(first) == 1);
+    CHECK((first.clock_seq_hi_and_reserved & 0xC0) == 0x80);
+    CHECK((first.node.bytes[0] & 1) == 1);
     // 2020-01-01 and 2500-01-01, as ticks: neither the epoch nor the unit is far off.
     CHECK(timestampOf(first) > 137971296000000000);
     CHECK(timestampOf(first) < 289446048000000000);
@@ -65,7 +57,7 @@ TEST_CASE("a uuid is nothing until it is made")
 
 TEST_CASE("threads never make the same uuid, and on each of them time rises")
 {
-    std::vector<std::vector<Uuid>> made(8);
+    std::vector<std::vector<Uuid>> made(4);
     std::vector<std::thread> threads;
     for (auto& uuids : made) {
         threads.emplace_back([&uuids] {
@@ -94,43 +86,33 @@ TEST_CASE("a uuid of a name is that of the standard, printed in the order of mem
 {
     // Worked out elsewhere; the texts are the standard's with the bytes of the first three groups reversed.
     const Uuid dns = uuid_convertFromString(L"10b8a76b-ad9d-d111-80b4-00c04fd430c8");
-    const Uuid url = uuid_convertFromString(L"11b8a76b-ad9d-d111-80b4-00c04fd430c8");
-    CHECK(dns.time_low == 0x6ba7b810);
     const struct {
-        const char* what;
-        Uuid nameSpace;
         std::string name;
         const wchar_t* expected;
     } rows[] = {
-        {"host", dns, "python.org", L"ea59a46f-8aee-a43c-894e-db77e160355e"},
-        {"no name", dns, "", L"74e67ec8-dc4d-fe3e-a74e-dfe25da5d7b3"},
-        {"long name", dns, std::string(1000, 'x'), L"ed2478fc-deb6-0b34-8ec5-8ce01b490bd7"},
-        {"other space", url, "http://www.example.com/a?b=c", L"fe27ee9a-74e9-4132-ac69-a462669acc1a"},
+        {"python.org", L"ea59a46f-8aee-a43c-894e-db77e160355e"},
+        {"", L"74e67ec8-dc4d-fe3e-a74e-dfe25da5d7b3"},
+        {std::string(1000, 'x'), L"ed2478fc-deb6-0b34-8ec5-8ce01b490bd7"},
     };
     for (const auto& row : rows) {
-        CAPTURE(row.what);
-        Uuid uuid;
-        uuid_create_md5_from_name(uuid, row.nameSpace, row.name.data(), static_cast<int>(row.name.size()));
-        CHECK(uuid.convertToString() == row.expected);
-        CHECK(versionOf(uuid) == 3);
-        Uuid inPlace = row.nameSpace;
+        CAPTURE(row.name);
+        Uuid inPlace = dns;
         uuid_create_md5_from_name(inPlace, inPlace, row.name.data(), static_cast<int>(row.name.size()));
-        CHECK(inPlace == uuid);
+        CHECK(inPlace.convertToString() == row.expected);
+        CHECK(versionOf(inPlace) == 3);
     }
-    Uuid negative, none;
+    Uuid negative;
     uuid_create_md5_from_name(negative, dns, nullptr, -1);
-    uuid_create_md5_from_name(none, dns, nullptr, 0);
-    CHECK(negative == none);
+    CHECK(negative.convertToString() == rows[1].expected);
 }
 
-TEST_CASE("a uuid prints its bytes in memory order and reads them again")
+TEST_CASE("a uuid prints its bytes in memory order and reads them again, in either case")
 {
-    const Uuid uuid = uuid_convertFromString(counting);
+    const Uuid uuid = uuid_convertFromString(L"01234567-89AB-CDEF-8001-0A1B2C3D4E5F");
     CHECK(uuid.time_low == 0x67452301);
     CHECK(uuid.time_mid == 0xab89);
     CHECK(uuid.time_hi_and_version == 0xefcd);
     CHECK(uuid.clock_seq_hi_and_reserved == 0x80);
-    CHECK(uuid.clock_seq_low == 0x01);
     CHECK(uuid.node.bytes[5] == 0x5f);
 
     wchar_t buffer[Uuid::textLength + 1];
@@ -138,10 +120,6 @@ TEST_CASE("a uuid prints its bytes in memory order and reads them again")
     CHECK(String(buffer) == counting);
     CHECK(uuid_convertToString(uuid) == counting);
     CHECK(uuid.convertToString() == counting);
-
-    CHECK(uuid_convertFromString(L"01234567-89AB-CDEF-8001-0A1B2C3D4E5F").convertToString() == counting);
-    const Uuid fresh = Uuid::create();
-    CHECK(uuid_convertFromString(fresh.convertToString()) == fresh);
 }
 
 TEST_CASE("a text with any deviation is no uuid")
@@ -151,28 +129,24 @@ TEST_CASE("a text with any deviation is no uuid")
     CHECK(uuid_convertFromString(uuid, longer.getBuffer())); // the rest is not looked at
     CHECK(uuid.convertToString() == counting);
     CHECK(uuid_convertFromString(longer) == Uuid());
-
-    uuid = Uuid::create();
     CHECK(!uuid_convertFromString(uuid, nullptr));
     CHECK(uuid == Uuid());
 
     // Every place spoilt, and every length cut: a block of the exact size shows a read beyond the terminator.
     for (std::size_t i = 0; i < Uuid::textLength; ++i) {
         for (const wchar_t wrong : {L'g', L'-', L'0', L'/', L':', L'@', L'G', L'`', L'\u0130', L'\0'}) {
-            const bool isDash = counting[i] == L'-';
-            if (isDash ? wrong == L'-' : wrong == L'0')
+            if (wrong == (counting[i] == L'-' ? L'-' : L'0'))
                 continue;
             CAPTURE(i);
             CAPTURE(static_cast<int>(wrong));
-            std::vector<wchar_t> text(counting, counting + Uuid::textLength + 1);
-            text[i] = wrong;
-            if (wrong == 0)
-                text.resize(i + 1);
+            std::vector<wchar_t> text(counting, counting + i);
+            text.push_back(wrong);
+            if (wrong != 0)
+                text.insert(text.end(), counting + i + 1, std::end(counting));
             text.shrink_to_fit();
             uuid.time_low = 1;
             CHECK(!uuid_convertFromString(uuid, text.data()));
             CHECK(uuid == Uuid());
-            CHECK(uuid_convertFromString(String(text.data(), static_cast<int>(text.size()))) == Uuid());
         }
     }
 }
@@ -180,23 +154,20 @@ TEST_CASE("a text with any deviation is no uuid")
 TEST_CASE("a node has a text of its own")
 {
     uuid_node_t node;
-    CHECK(node.convertFromString(L"0a1B2c3D4e5F"));
+    CHECK(node.convertFromString(L"0a1B2c3D4e5F6")); // the pointer form stops where a node ends
     CHECK(node.convertToString() == L"0a1b2c3d4e5f");
+    CHECK(node == uuid_convertFromString(counting).node);
     wchar_t buffer[uuid_node_t::textLength + 1];
     CHECK(node.convertToString(buffer));
     CHECK(String(buffer) == L"0a1b2c3d4e5f");
-    CHECK(node == uuid_convertFromString(counting).node);
 
-    CHECK(node.convertFromString(L"0a1b2c3d4e5f6")); // the pointer form stops where a node ends
     CHECK(!node.convertFromString(String(L"0a1b2c3d4e5f6")));
     CHECK(node == uuid_node_t());
-    for (const wchar_t* bad :
-         {L"", L"0", L"0a1b2c3d4e5", L"0a1b2c3d4e5g", L"0a-1b2c3d4e5", L" a1b2c3d4e5f"}) {
-        CAPTURE(String(bad));
+    for (const wchar_t* bad : {L"", L"0", L"0a1b2c3d4e5", L"0a1b2c3d4e5g", L" a1b2c3d4e5f"}) {
+        CAPTURE(bad);
         node.bytes[0] = 1;
         CHECK(!node.convertFromString(bad));
         CHECK(node == uuid_node_t());
-        CHECK(!node.convertFromString(String(bad)));
     }
     CHECK(!node.convertFromString(static_cast<const wchar_t*>(nullptr)));
 }
@@ -204,28 +175,24 @@ TEST_CASE("a node has a text of its own")
 TEST_CASE("uuids and nodes are ordered by signed words of the machine")
 {
     // In ascending order. The top bit of a word is in its last byte; that of the node's last word in byte 5.
-    const struct {
-        const char* what;
-        unsigned char bytes[16];
-    } rows[] = {
-        {"first word lowest", {0, 0, 0, 0x80}},
-        {"first word -1, the rest high", {255, 255, 255, 255, 255, 255, 255, 127, 1}},
-        {"second word negative", {0, 0, 0, 0, 0, 0, 0, 0x80}},
-        {"last word negative", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255, 255}},
-        {"zero", {}},
-        {"last word 1", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}},
-        {"third word 1", {0, 0, 0, 0, 0, 0, 0, 0, 1}},
-        {"first word 1", {1}},
-        {"first word 256", {0, 1}},
+    const unsigned char rows[][16] = {
+        {0, 0, 0, 0x80},
+        {255, 255, 255, 255, 255, 255, 255, 127, 1},
+        {0, 0, 0, 0, 0, 0, 0, 0x80},
+        {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255, 255},
+        {},
+        {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
+        {0, 0, 0, 0, 0, 0, 0, 0, 1},
+        {1},
+        {0, 1},
     };
     for (const auto& a : rows) {
         for (const auto& b : rows) {
-            CAPTURE(a.what);
-            CAPTURE(b.what);
+            CAPTURE(&a - rows);
+            CAPTURE(&b - rows);
             const int expected = (&a > &b) - (&a < &b);
-            CHECK(uuid_compare(fromBytes(a.bytes), fromBytes(b.bytes)) == expected);
-            CHECK((fromBytes(a.bytes) <=> fromBytes(b.bytes)) == (expected <=> 0));
-            CHECK((fromBytes(a.bytes) == fromBytes(b.bytes)) == (expected == 0));
+            CHECK(uuid_compare(fromBytes(a), fromBytes(b)) == expected);
+            CHECK((fromBytes(a) <=> fromBytes(b)) == (expected <=> 0));
         }
     }
     const uuid_node_t nodes[] = {
@@ -233,10 +200,7 @@ TEST_CASE("uuids and nodes are ordered by signed words of the machine")
         {{0, 0, 0, 0, 1, 0}},    {{1, 0, 0, 0, 0, 0}},
     };
     for (const auto& a : nodes) {
-        for (const auto& b : nodes) {
-            const int expected = (&a > &b) - (&a < &b);
-            CHECK(a.compare(b) == expected);
-            CHECK((a <=> b) == (expected <=> 0));
-        }
+        for (const auto& b : nodes)
+            CHECK((a <=> b) == ((&a > &b) - (&a < &b) <=> 0));
     }
 }
