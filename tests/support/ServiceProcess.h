@@ -4,9 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -23,16 +21,14 @@ public:
     /** A path, or "@name" for a name without a file. */
     explicit NotifySocket(const std::string& address)
         : _address(address)
-        , _socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
     {
-        sockaddr_un name;
-        const socklen_t size = nameOf(address, name);
-        REQUIRE(bind(_socket, reinterpret_cast<sockaddr*>(&name), size) == 0);
+        REQUIRE(address.copy(_name.sun_path, sizeof _name.sun_path) == address.size());
+        if (address[0] == '@')
+            _name.sun_path[0] = 0;
+        REQUIRE(bind(_socket, name(), nameSize()) == 0);
     }
     ~NotifySocket() { close(); }
-    NotifySocket(const NotifySocket&) = delete;
-    NotifySocket& operator=(const NotifySocket&) = delete;
-
+    NotifySocket& operator=(NotifySocket&&) = delete;
     const std::string& address() const { return _address; }
 
     /** The next message; "(none)" when none comes in time. */
@@ -40,18 +36,22 @@ public:
     {
         char bytes[4096];
         pollfd waiting{_socket, POLLIN, 0};
-        if (poll(&waiting, 1, patienceMs) <= 0)
-            return "(none)";
-        const ssize_t count = recv(_socket, bytes, sizeof bytes, 0);
-        return std::string(bytes, count > 0 ? static_cast<std::size_t>(count) : 0);
+        const ssize_t count = poll(&waiting, 1, patienceMs) > 0 ? recv(_socket, bytes, sizeof bytes, 0) : -1;
+        return count >= 0 ? std::string(bytes, static_cast<std::size_t>(count)) : "(none)";
+    }
+    /** Whether the message comes, behind whatever others. */
+    bool hears(const std::string& message) const
+    {
+        std::string heard;
+        while (heard != message && heard != "(none)")
+            heard = next();
+        return heard == message;
     }
     /** As many messages as the queue holds. */
     void fill() const
     {
-        sockaddr_un name;
-        const socklen_t size = nameOf(_address, name);
-        const int sender = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        while (sendto(sender, "x", 1, 0, reinterpret_cast<sockaddr*>(&name), size) == 1) {
+        const int sender = makeSocket();
+        while (sendto(sender, "x", 1, 0, name(), nameSize()) == 1) {
         }
         REQUIRE(errno == EAGAIN);
         ::close(sender);
@@ -64,22 +64,19 @@ public:
     }
 
 private:
-    static socklen_t nameOf(const std::string& address, sockaddr_un& name)
+    static int makeSocket() { return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }
+    const sockaddr* name() const { return reinterpret_cast<const sockaddr*>(&_name); }
+    socklen_t nameSize() const
     {
-        name = {};
-        name.sun_family = AF_UNIX;
-        REQUIRE(address.size() < sizeof name.sun_path);
-        std::memcpy(name.sun_path, address.data(), address.size());
-        if (address[0] == '@')
-            name.sun_path[0] = 0;
-        return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
+        return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + _address.size());
     }
 
-    std::string _address;
-    int _socket;
+    const std::string _address;
+    sockaddr_un _name{AF_UNIX, {}};
+    int _socket = makeSocket();
 };
 
-/** A child process that runs a function of the test's as if a service manager had started it. */
+/** A child process that runs a function of the test's, if so as if a service manager had started it. */
 class ServiceProcess {
 public:
     /** `address`: of the manager; empty for a start without one. The function's result is the exit status. */
@@ -103,8 +100,7 @@ public:
             waitpid(_id, nullptr, 0);
         }
     }
-    ServiceProcess(const ServiceProcess&) = delete;
-    ServiceProcess& operator=(const ServiceProcess&) = delete;
+    ServiceProcess& operator=(ServiceProcess&&) = delete;
 
     void kill(int signal) const { REQUIRE(::kill(_id, signal) == 0); }
     /** The exit status, or -1 for another end. */
@@ -120,6 +116,17 @@ private:
     pid_t _id;
 };
 
+/** Makes another program out of this process; comes back, with the exit status for that, when there is none. */
+inline int execute(const char* program, const std::vector<std::string>& options)
+{
+    std::vector<char*> argv = {const_cast<char*>(program)};
+    for (const std::string& option : options)
+        argv.push_back(const_cast<char*>(option.c_str()));
+    argv.push_back(nullptr);
+    execv(program, argv.data());
+    return 127;
+}
+
 /** One byte from one process to another. */
 class Bell {
 public:
@@ -129,13 +136,11 @@ public:
         close(_ends[0]);
         close(_ends[1]);
     }
-    Bell(const Bell&) = delete;
-    Bell& operator=(const Bell&) = delete;
+    Bell& operator=(Bell&&) = delete;
 
     void ring() const
     {
-        const ssize_t written = write(_ends[1], "!", 1);
-        if (written != 1)
+        if (write(_ends[1], "!", 1) != 1)
             abort();
     }
     bool wait() const
