@@ -3,13 +3,8 @@
 #include <orvi/core/Core.h>
 
 using orvi::Message;
-using orvi::MessageHandler;
-using orvi::MessageParser;
 
-struct Fraction {
-    int above;
-    int below;
-};
+struct Fraction {};
 void convertPropertyToClass(const orvi::JsonValue& value, Fraction& target);
 void convertPropertyToJson(const Fraction& source, orvi::JsonValue& value);
 
@@ -35,10 +30,6 @@ class Undeclared : public Good {};
 class Uncreated : public Message {
     ORVI_DECLARE_PROPERTY(Uncreated, Message);
 };
-class Uncreated2 : public Good {
-    ORVI_DECLARE_PROPERTY(Uncreated2, Good);
-};
-class Forward;
 
 struct Room {
     void onGood(Good*);
@@ -47,31 +38,20 @@ struct Hall {};
 
 void onUndeclared(Undeclared*);
 void onUncreated(Uncreated*);
-void onUncreated2(Uncreated2*);
-void onForward(Forward*);
+void onForward(class Forward*);
 void onNumber(int);
-void onValue(Good);
-void onHandle(orvi::Handle_T<Good>);
 void onNothing();
 int onResult(Good*);
 
-void misuse(Hall& hall, const Room& room, int number)
+void misuse(Hall& hall, int number)
 {
     orvi::MessageReader reader;
-    orvi::MessagePort port;
-    reader += onUndeclared; // expect: the class of this handler's message is not declared
-    reader += onUncreated;  // expect: nothing says how to make a message of this class
-    reader += onUncreated2; // the same
-    reader += onForward;    // expect: is only declared here: include its header
-    reader += onNumber;     // expect: takes a pointer or a reference to a class derived
-    reader += onValue;      // the same
-    reader += onHandle;     // the same
-    reader += onNothing;    // expect: this is no message handler
-    reader += [](auto* message) { message->report(); }; // the same
-    reader += onResult;                           // expect: this handler's result is not that of the table
-    reader += [number](Good*) { return number; }; // the same
-    reader += [&number](Good*) { ++number; };     // expect: a lambda that captures cannot be found again
-    reader += {&hall, &Room::onGood};             // expect: this is no method of the object's class
-    port.getMessageDispenser() += {&room, &Room::onGood}; // expect: or it changes an object that is const
-    port.getMessageDispenser() += onNumber;
+    reader += onUndeclared;                   // expect: the class of this handler's message is not declared
+    reader += onUncreated;                    // expect: nothing says how to make a message of this class
+    reader += onForward;                      // expect: is only declared here: include its header
+    reader += onNumber;                       // expect: takes a pointer or a reference to a class derived
+    reader += onNothing;                      // expect: this is no message handler
+    reader += onResult;                       // expect: this handler's result is not that of the table
+    reader += [&number](Good*) { ++number; }; // expect: a lambda that captures cannot be found again
+    reader += {&hall, &Room::onGood};         // expect: this is no method of the object's class
 }
