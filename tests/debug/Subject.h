@@ -9,16 +9,6 @@ struct Point {
     int y;
 };
 
-/** Where the variables are whose values are shown by their address. */
-struct Places {
-    const void* point;
-    const void* pointerToPointer;
-    const void* numbers;
-    const void* choice;
-    const void* object;
-};
-extern Places places;
-
 void showValues(void (*stop)());
 void showNames(void (*stop)());
 void showInlined(void (*stop)());
