@@ -10,6 +10,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -47,33 +48,23 @@ class Scene {
 public:
     Scene() { fs::copy_file(ORVI_CRASH, program()); }
 
-    /** Runs it to its end; `traced`: with the test as its debugger. */
-    void run(std::vector<std::string> options, bool traced = false)
+    /** Runs it to its end, behind a preparation in its process. */
+    void run(
+        const std::vector<std::string>& options, const std::function<void()>& prepare = [] {})
     {
         const std::string output = (place.path() / "output").string();
         const pid_t child = fork();
         REQUIRE(child >= 0);
         if (child == 0) {
-            std::vector<std::string> words = std::move(options);
-            words.insert(words.begin(), program().string());
-            std::vector<char*> argv;
-            for (std::string& word : words)
-                argv.push_back(word.data());
+            const std::string path = program().string();
+            std::vector<char*> argv = {const_cast<char*>(path.c_str())};
+            for (const std::string& option : options)
+                argv.push_back(const_cast<char*>(option.c_str()));
             argv.push_back(nullptr);
-            setenv("TZ", zone, 1);
-            if (!libraries.empty())
-                setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
-            if (mostFileBytes != 0) {
-                const rlimit limit{mostFileBytes, mostFileBytes};
-                setrlimit(RLIMIT_FSIZE, &limit);
-            }
-            if (!mayFork) // as at the limit of processes, from which the superuser is exempt
-                refuse(SYS_clone, SECCOMP_RET_ERRNO | EAGAIN);
+            prepare();
             const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             if (dup2(file, 1) != 1 || dup2(file, 2) != 2)
                 _exit(127);
-            if (traced)
-                ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
             execv(argv[0], argv.data());
             _exit(127);
         }
@@ -107,10 +98,6 @@ public:
     int signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
 
     TempDirectory place;
-    std::string libraries;    // where to look first
-    rlim_t mostFileBytes = 0; // 0: any
-    bool mayFork = true;
-    const char* zone = "UTC0";
     int status = 0;
     std::string said;
 };
@@ -160,6 +147,7 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
         std::string other; // behind it
     } rows[] = {
         {{"null"}, SIGSEGV, "ACCESS_VIOLATION", "writeNowhere (depth=1) at ", "main ("},
+        {{"files"}, SIGSEGV, "ACCESS_VIOLATION", "writeNowhere (depth=1) at ", "main ("}, // none is left
         {{"ended"}, SIGSEGV, "ACCESS_VIOLATION", "useAfterEnd (", ""},
         {{"overflow"}, SIGSEGV, "STACK_OVERFLOW", "sink (depth=", ""},
         {{"--thread", "overflow"}, SIGSEGV, "STACK_OVERFLOW", "sink (depth=", ""},
@@ -222,22 +210,15 @@ TEST_CASE("a loop goes on after what happens in a tick, and only the first leave
     }
 }
 
-TEST_CASE("without a descriptor or a process left, reports are as complete as may be")
+TEST_CASE("without a process left, a report is as complete as may be")
 {
-    Scene files;
-    files.run({"files"});
-    CHECK(files.signal() == SIGSEGV);
-    CHECK(isInOrder(files.report(), {"Cmd line: /", "writeNowhere (depth=1) at ", "\nLoaded modules:\n0x"}));
-    CHECK(files.dump().starts_with("MDMP"));
-
-    Scene processes;
-    processes.mayFork = false;
-    processes.run({"null"});
-    CHECK(processes.signal() == SIGSEGV);
-    CHECK(isInOrder(processes.report(),
+    Scene scene; // as at the limit of processes, from which the superuser is exempt
+    scene.run({"null"}, [] { refuse(SYS_clone, SECCOMP_RET_ERRNO | EAGAIN); });
+    CHECK(scene.signal() == SIGSEGV);
+    CHECK(isInOrder(scene.report(),
                     {"Cmd line: /", "Exception: ACCESS_VIOLATION\n\nRegisters:\neax=",
                      "\nStacktrace:\n#1  0x", "in (unknown function)\n", "\n\nLoaded modules:\n0x"}));
-    CHECK(processes.dump().starts_with("MDMP"));
+    CHECK(scene.dump().starts_with("MDMP"));
 }
 
 TEST_CASE("a thread that finds no memory goes on, and knows that it is not ready")
@@ -262,9 +243,8 @@ TEST_CASE("a report can be asked for, once, and is called by the local time")
 {
     constexpr int threeHours = 3 * 3600;
     Scene scene;
-    scene.zone = "EAST-3";
     const std::string earliest = dumpName(std::time(nullptr) + threeHours);
-    scene.run({"asked"});
+    scene.run({"asked"}, [] { setenv("TZ", "EAST-3", 1); });
     const std::string latest = dumpName(std::time(nullptr) + threeHours);
     const std::string name = scene.file(".dmp").filename().string();
     CHECK(earliest <= name);
@@ -281,7 +261,6 @@ TEST_CASE("without the debug module beside the library two empty files stay, and
     Scene scene;
     const fs::path elsewhere = scene.place.path() / "elsewhere"; // where it is not to be looked for
     fs::create_directory(elsewhere);
-    scene.libraries = scene.place.path().string() + ':' + elsewhere.string();
     for (const auto& entry : fs::directory_iterator(fs::path(ORVI_CORE).parent_path())) {
         const std::string name = entry.path().filename().string();
         if (name.starts_with("liborvi_core.so"))
@@ -289,7 +268,8 @@ TEST_CASE("without the debug module beside the library two empty files stay, and
         else if (name == "liborvi_debug.so")
             fs::copy_file(entry.path(), elsewhere / name);
     }
-    scene.run({"null"});
+    const std::string libraries = scene.place.path().string() + ':' + elsewhere.string();
+    scene.run({"null"}, [&] { setenv("LD_LIBRARY_PATH", libraries.c_str(), 1); });
     CHECK(scene.signal() == SIGSEGV);
     CHECK(fs::is_empty(scene.file(".log")));
     CHECK(fs::is_empty(scene.file(".dmp")));
@@ -299,7 +279,7 @@ TEST_CASE("without the debug module beside the library two empty files stay, and
 TEST_CASE("a fault is left to a debugger that is at hand")
 {
     Scene scene;
-    scene.run({"null"}, true);
+    scene.run({"null"}, [] { ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); });
     CHECK(scene.signal() == SIGSEGV);
     CHECK(scene.file(".log").empty());
     CHECK(scene.file(".dmp").empty());
@@ -308,8 +288,10 @@ TEST_CASE("a fault is left to a debugger that is at hand")
 TEST_CASE("files that may not grow leave the end as it is")
 {
     Scene scene;
-    scene.mostFileBytes = 200;
-    scene.run({"division"});
+    scene.run({"division"}, [] {
+        const rlimit limit{200, 200};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    });
     CHECK(scene.signal() == SIGFPE);
     CHECK(scene.report().starts_with("\nProcess info:\n"));
     CHECK(fs::is_empty(scene.file(".dmp")));
@@ -321,7 +303,7 @@ TEST_CASE("where no file can be made there is no report, and the end is the same
     const std::time_t now = std::time(nullptr);
     for (std::time_t second = now; second < now + 60; ++second)
         std::ofstream(scene.place.path() / dumpName(second)) << "taken";
-    scene.run({"division"});
+    scene.run({"division"}, [] { setenv("TZ", "UTC0", 1); });
     CHECK(scene.signal() == SIGFPE);
     CHECK(scene.file(".log").empty());
     CHECK(scene.said.empty());
