@@ -2,7 +2,7 @@
 //     crash MODULE DUMP TROUBLE [THREADS]
 // Says what the handler saw, and ends as the fault would have ended it.
 #include "../../src/debug/DebugApi.h"
-#include "../RefusedCall.h"
+#include "RefusedCall.h"
 
 #include <atomic>
 #include <cerrno>

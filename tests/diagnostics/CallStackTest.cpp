@@ -72,7 +72,7 @@ TEST_CASE("a dump names functions, files and lines, without the capture's own fr
         stack->destroy();
         CHECK(lines.lines.at(0) == "Call Stack:");
         CHECK(lines.have("captureDeep"));
-        CHECK(lines.have("    tests/CallStackTest.cpp ("));
+        CHECK(lines.have("    tests/diagnostics/CallStackTest.cpp ("));
         CHECK_FALSE(lines.have("/CallStack.cpp ("));
     };
     std::vector<std::thread> threads;
