@@ -100,9 +100,9 @@ TEST_CASE("named arguments are found by their whole name")
         {L"a", L"1"},    {L"position", L"12"}, {L"Position", L"13"}, {L"pos", L"?"}, {L"key", L"v w"},
         {L"late", L"?"}, {L"empty", L""},      {L"x", L"a=b"},       {L"", L"x"},    {L"none", L"?"},
     };
-    for (const auto& [name, expected] : rows) {
-        CAPTURE(name);
-        CHECK(orvi::parseArgumentString(line, name, L"?") == expected);
+    for (const auto& row : rows) {
+        CAPTURE(row.first);
+        CHECK(orvi::parseArgumentString(line, row.first, L"?") == row.second);
     }
     CHECK(orvi::parseArgumentString(line, L"none", nullptr).isEmpty());
 }

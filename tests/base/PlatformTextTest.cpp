@@ -53,10 +53,10 @@ TEST_CASE("UTF-8 and UTF-16")
         {"\xF0\x90\x80\x80\xF1\x80\x80\x80\xF4\x8F\xBF\xBF",
          {0xD800, 0xDC00, 0xD8C0, 0xDC00, 0xDBFF, 0xDFFF}},
     };
-    for (const auto& [narrow, units] : rows) {
-        CAPTURE(narrow);
-        CHECK(toWide(utf8CodePage, narrow) == units);
-        CHECK(fromWide(utf8CodePage, units) == narrow);
+    for (const auto& row : rows) {
+        CAPTURE(row.first);
+        CHECK(toWide(utf8CodePage, row.first) == row.second);
+        CHECK(fromWide(utf8CodePage, row.second) == row.first);
     }
     const std::string replaced = "\xEF\xBF\xBD";
     CHECK(fromWide(utf8CodePage, {0xD83D}) == replaced);

@@ -414,8 +414,10 @@ void killSavers(int rounds)
     for (int i = 0; i < rounds; ++i) {
         const pid_t child = fork();
         REQUIRE(child >= 0);
-        for (unsigned int turn = 0; child == 0; ++turn)
-            Json::save(documents[turn % 2], path, false);
+        if (child == 0) {
+            for (unsigned int turn = 0;; ++turn)
+                Json::save(documents[turn % 2], path, false);
+        }
         usleep(static_cast<useconds_t>(random() % 5'000));
         kill(child, SIGKILL);
         REQUIRE(waitpid(child, nullptr, 0) == child);

@@ -171,7 +171,7 @@ TEST_CASE("import merges, and members take the class that their document names")
         L"{\"__class__\":\"Shape\",\"parts\":[{\"__class__\":\"Robot\"},{\"__class__\":\"Layer\"},{},5]}");
     REQUIRE(shape->parts.size() == 4);
     CHECK(!Handle_T<Robot>(shape->parts[0]).isNull());
-    for (const std::size_t index : {1, 2, 3})
+    for (const std::size_t index : {1U, 2U, 3U})
         CHECK(shape->parts[index].isNull());
 }
 
