@@ -344,6 +344,7 @@ TEST_CASE("a page that cannot be had for want of descriptors is reported, and th
     const CodePageScope first(950); // reads iconv's configuration, which has no second try
     CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xA4\xA4"));
     orvi::setCodePage(936); // no other test of this program asks for it
+    orvi::Log::error(L"first"); // a sanitizer needs descriptors to look at a class that it has not seen
     rlimit before;
     getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{0, before.rlim_max};
@@ -354,7 +355,7 @@ TEST_CASE("a page that cannot be had for want of descriptors is reported, and th
                           orvi::charLength<unsigned char>(0x4E2D) == 0;
     setrlimit(RLIMIT_NOFILE, &before);
     CHECK(areEmpty);
-    CHECK(log.errors().size() == 3);
+    CHECK(log.errors().size() == 1 + 3);
     CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xD6\xD0"));
 }
 #endif

@@ -293,7 +293,8 @@ TEST_CASE("every way to a file takes a name that is no UTF-8")
     CHECK(fs::remove(odd / "lock\x80"));
     CHECK(succeedsInChild([&] {
         setenv("TMPDIR", odd.c_str(), 1);
-        REQUIRE(scan(here + L"/") == Texts{TempFile::getTempFileName()});
+        const String made = TempFile::getTempFileName();
+        REQUIRE(scan(here + L"/") == Texts{made});
     }));
     // What is no byte, and so no path of anybody's, stays the replacement character.
     const Handle_T<File> file = File::createInstance();
