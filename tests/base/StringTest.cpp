@@ -343,7 +343,7 @@ TEST_CASE("a page that cannot be had for want of descriptors is reported, and th
     const RecordingLog log;
     const CodePageScope first(950); // reads iconv's configuration, which has no second try
     CHECK(StringHelper::wideToAnsi(L"\x4E2D") == bytes("\xA4\xA4"));
-    orvi::setCodePage(936); // no other test of this program asks for it
+    orvi::setCodePage(936);     // no other test of this program asks for it
     orvi::Log::error(L"first"); // a sanitizer needs descriptors to look at a class that it has not seen
     rlimit before;
     getrlimit(RLIMIT_NOFILE, &before);
