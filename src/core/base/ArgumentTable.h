@@ -16,8 +16,8 @@ public:
 
     /** False when there was no memory: then none is found. */
     bool isMade() const noexcept { return _argv != nullptr; }
-    /** What follows "name=" in the first argument that begins so; null when none does, and without memory, which the
-        log is told. */
+    /** What follows "name=" in the first argument that begins so; null when none does, and without memory, which is
+        logged. */
     const wchar_t* find(const wchar_t* name) const;
 
 private:

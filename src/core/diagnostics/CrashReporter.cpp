@@ -20,8 +20,8 @@ namespace orvi {
 
 namespace {
 
-// This runs at the moment of the fault: the heap may be broken or locked, and so may everything of the C++ library. What is
-// used here is told in CrashScene.h; names and values are found in a child, whose end is waited for no longer than this.
+// This runs at the moment of the fault: the heap may be broken or locked, and so may everything of the C++ library. Of the
+// system it uses CrashScene.h alone; names and values are found in a child, whose end is waited for no longer than this.
 constexpr unsigned int mostMillisForText = 10000;
 constexpr unsigned int mostMillisForReport = 3 * mostMillisForText;
 constexpr std::size_t maxFrames = 200;

@@ -42,7 +42,7 @@ void AppClients::move()
                 clients._hasChanges = true;
         }
     } rest{*this};
-    // By address: a pipe that is told its word may let others come and go.
+    // By address: others may come and go while a pipe is given its word.
     AppPipe* last = nullptr;
     for (Change change = takeChange(last); change.client != nullptr; change = takeChange(last)) {
         last = change.client->pipe;

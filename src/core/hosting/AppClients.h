@@ -26,7 +26,7 @@ public:
 
     /** Whether pipes wait. */
     bool isMoveDue() const noexcept { return _hasChanges.load(std::memory_order_acquire); }
-    /** Lets pipes join and leave. What throws in it has had its turn, and the others get theirs in the next one. */
+    /** Lets pipes join and leave. A pipe whose handling throws is done with; the next call goes on with the others. */
     void move();
 
     /** How many are served. */

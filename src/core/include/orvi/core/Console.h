@@ -41,7 +41,7 @@ public:
     /** Column and row from 0, of which the low 16 bits count, as signed numbers; false without a terminal and
         for negative ones. Terminals take a position beyond the edge as the edge. */
     static bool setCursorPosition(int x, int y);
-    /** False, with `info` unchanged, without a terminal. The cursor is told as 0/0: to ask a terminal where
+    /** False, with `info` unchanged, without a terminal. The cursor is given as 0/0: to ask a terminal where
         it is means to read the answer from the keyboard's input, between what the user types. */
     static bool getScreenBufferInfo(ConsoleScreenBufferInfo& info);
 };

@@ -35,7 +35,7 @@ public:
     CrashReportScope(const CrashReportScope&) = delete;
     CrashReportScope& operator=(const CrashReportScope&) = delete;
 
-    /** False where memory or the debug module is missing: a report may then lack what is told above. */
+    /** False where memory or the debug module is missing: a report may then lack what is promised above. */
     bool isReady() const noexcept { return _isReady; }
 
 private:

@@ -41,7 +41,7 @@ ORVI_API void scanDirectories(const String& path, std::vector<String>& names);
     else in the way of attributes. What begins with a dot is hidden and passed over, with all below it. A
     symbolic link is what it leads to, but no directory is looked through twice in one scan, so that links in a
     circle come to an end. Directories that links lead to come last, behind the whole tree, in the order of
-    the paths of their links: so files that have a path without a link below `path` are told by that, others by
+    the paths of their links: so a file that has a path without a link below `path` is reported by that path, others by
     the link that comes first by its text, in whatever order the system lists them. What cannot be opened, or
     has gone meanwhile, is passed over without a word. Depth has no limit but the system's. Without memory the
     scan ends with std::bad_alloc.
