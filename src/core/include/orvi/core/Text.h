@@ -17,11 +17,11 @@ class Output;
     to the text that is delivered is taken from the source, but for up to three bytes behind malformed UTF-8
     of a source that cannot peek. One thread at a time, copies included.
 
-    Nothing throws but std::bad_alloc, whenever a text or what reads it lacks memory: so where a read says "no more",
-    the text has ended. What of a text was taken from the source by then is lost. An error of the source ends the text, as its end does. NULs
-    are left out. UTF-8 holds characters of up to four bytes; in malformed text a lead byte takes the bytes
-    that it announces as far as they continue it, and one that does not is dropped with it. In the process's
-    code page a byte above 127 always takes the next one with it.
+    Nothing throws but std::bad_alloc, whenever a text or what reads it lacks memory: so where a read says "no
+    more", the text has ended. What of a text was taken from the source by then is lost. An error of the source
+    ends the text, as its end does. NULs are left out. UTF-8 holds characters of up to four bytes; in malformed
+    text a lead byte takes the bytes that it announces as far as they continue it, and one that does not is
+    dropped with it. In the process's code page a byte above 127 always takes the next one with it.
 
         TextReader reader(file, TextReader::UTF8);
         for (String line; reader.readLine(line);)
