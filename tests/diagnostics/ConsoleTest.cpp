@@ -41,6 +41,7 @@ std::string readAll(int file)
 
 Outcome finish(pid_t child, int file)
 {
+    REQUIRE(child > 0);
     Outcome outcome;
     outcome.output = readAll(file);
     close(file);
@@ -51,13 +52,12 @@ Outcome finish(pid_t child, int file)
     return outcome;
 }
 
-/** Gives what this program has kept back to its own output, so that the child does not write it again. */
-pid_t forkFlushed()
+template <class Body>
+[[noreturn]] void runChild(Body body)
 {
+    const int code = body();
     std::fflush(stdout);
-    const pid_t child = fork();
-    REQUIRE(child >= 0);
-    return child;
+    _exit(code);
 }
 
 /** Runs `body` in a child whose standard output is a pipe to us, and which has no controlling terminal. */
@@ -66,15 +66,14 @@ Outcome runWithPipe(Body body)
 {
     int ends[2];
     REQUIRE(pipe(ends) == 0);
-    const pid_t child = forkFlushed();
+    std::fflush(stdout); // else the child would write what this program has kept back
+    const pid_t child = fork();
     if (child == 0) {
         setsid();
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         close(ends[1]);
-        const int code = body();
-        std::fflush(stdout);
-        _exit(code);
+        runChild(body);
     }
     close(ends[1]);
     return finish(child, ends[0]);
@@ -88,12 +87,8 @@ Outcome runWithTerminal(Body body)
     winsize size{30, 90, 0, 0};
     std::fflush(stdout);
     const pid_t child = forkpty(&master, nullptr, nullptr, &size);
-    REQUIRE(child >= 0);
-    if (child == 0) {
-        const int code = body();
-        std::fflush(stdout);
-        _exit(code);
-    }
+    if (child == 0)
+        runChild(body);
     return finish(child, master);
 }
 
@@ -112,41 +107,30 @@ struct LongText {
 
 } // namespace
 
-TEST_CASE("output is formatted and comes as UTF-8")
-{
-    const Outcome outcome = runWithPipe([] {
-        Console::output(L"%s %d|", L"\u00e4\u20ac\U0001F600", 42);
-        Console::output(L"");
-        Console::output(nullptr);
-        Console::output(L"a%cb", 0);
-        return 0;
-    });
-    CHECK(outcome.output == "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80 42|a");
-    CHECK(outcome.exitCode == 0);
-}
-
-TEST_CASE("output keeps its place among what stdio writes")
+TEST_CASE("output is formatted, comes as UTF-8 and keeps its place among what stdio writes")
 {
     const Outcome outcome = runWithPipe([] {
         std::printf("one ");
-        Console::output(L"two ");
-        std::printf("three ");
-        Console::output(L"four");
-        return 0;
+        Console::output(L"%s %d|", L"\u00e4\u20ac\U0001F600", 42);
+        Console::output(L"");
+        Console::output(nullptr);
+        std::printf(" three ");
+        Console::output(L"a%cb", 0);
+        return 7;
     });
-    CHECK(outcome.output == "one two three four");
+    CHECK(outcome.output == "one \xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80 42| three a");
+    CHECK(outcome.exitCode == 7);
 }
 
 TEST_CASE("texts of every length come whole")
 {
-    for (const std::size_t length : {1023u, 1024u, 1025u, 32767u, 32768u, 32769u, 40000u}) {
+    for (const std::size_t length : {1024u, 1025u, 32768u, 32769u}) {
         CAPTURE(length);
         const LongText text(length);
         const Outcome outcome = runWithPipe([&] {
             Console::output(L"%s", text.wide.data());
             return 0;
         });
-        CHECK(outcome.output.size() == text.utf8.size());
         CHECK((outcome.output == text.utf8));
     }
 }
@@ -156,7 +140,8 @@ TEST_CASE("one call is one write")
     int ends[2];
     REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0); // each write makes a packet
     const LongText text(20000);
-    const pid_t child = forkFlushed();
+    std::fflush(stdout);
+    const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
         Console::output(L"short");
@@ -192,8 +177,8 @@ TEST_CASE("a reader that has gone does no harm")
         close(ends[0]);
         close(ends[1]);
         std::printf("lost");
+        Console::output(L""); // only writes that
         Console::output(L"lost too");
-        Console::output(L"and this");
         sigset_t pending;
         sigpending(&pending);
         return sigismember(&pending, SIGPIPE) == 0 ? 7 : 2;
@@ -201,60 +186,45 @@ TEST_CASE("a reader that has gone does no harm")
     CHECK(outcome.exitCode == 7);
 }
 
-TEST_CASE("a closed standard output does no harm")
+TEST_CASE("what is no terminal has no size and gets no escape sequence")
 {
-    const Outcome outcome = runWithPipe([] {
-        close(STDOUT_FILENO);
-        Console::output(L"lost");
-        ConsoleScreenBufferInfo info;
-        return Console::setTitle(L"x") && !Console::setTextAttribute(7) &&
-                       !Console::setCursorPosition(0, 0) && !Console::getScreenBufferInfo(info)
-                   ? 7
-                   : 1;
-    });
-    CHECK(outcome.output.empty());
-    CHECK(outcome.exitCode == 7);
-}
-
-TEST_CASE("a pipe gets no escape sequence")
-{
-    const Outcome outcome = runWithPipe([] {
-        ConsoleScreenBufferInfo info;
-        info.sizeX = -5;
-        const bool right = Console::setTitle(L"x") && Console::setTextAttribute(12) &&
-                           !Console::setCursorPosition(0, 0) && !Console::getScreenBufferInfo(info) &&
-                           info.sizeX == -5;
-        return right ? 7 : 1;
-    });
-    CHECK(outcome.output.empty());
-    CHECK(outcome.exitCode == 7);
+    for (const bool isClosed : {false, true}) {
+        CAPTURE(isClosed);
+        const Outcome outcome = runWithPipe([isClosed] {
+            if (isClosed) {
+                close(STDOUT_FILENO);
+                Console::output(L"lost");
+            }
+            ConsoleScreenBufferInfo info;
+            info.sizeX = -5;
+            const bool isRight = Console::setTitle(L"x") && Console::setTextAttribute(12) != isClosed &&
+                                 !Console::setCursorPosition(0, 0) && !Console::getScreenBufferInfo(info) &&
+                                 info.sizeX == -5 && !Console::alloc();
+            return isRight ? 7 : 1;
+        });
+        CHECK(outcome.output.empty());
+        CHECK(outcome.exitCode == 7);
+    }
 }
 
 TEST_CASE("a terminal gets escape sequences")
 {
     const struct {
-        const char* what;
         bool (*operation)();
         std::string expected;
     } rows[] = {
-        {"normal", [] { return Console::setTextAttribute(7); }, "\x1b[0m"},
-        {"bright red", [] { return Console::setTextAttribute(12); }, "\x1b[0;91m"},
-        {"blue", [] { return Console::setTextAttribute(1); }, "\x1b[0;34m"},
-        {"yellow on bright blue", [] { return Console::setTextAttribute(0x96); }, "\x1b[0;33;104m"},
-        {"high bits", [] { return Console::setTextAttribute(0xABCD0007); }, "\x1b[0m"},
-        {"position", [] { return Console::setCursorPosition(4, 0x10002); }, "\x1b[3;5H"},
-        {"bad position", [] { return !Console::setCursorPosition(0xFFFF, 2); }, ""},
-        {"title", [] { return Console::setTitle(L"\u00e4"); }, "\x1b]0;\xc3\xa4\a"},
-        {"no title", [] { return Console::setTitle(nullptr); }, "\x1b]0;\a"},
-        {"evil title",
-         [] {
-             return Console::setTitle(L"a\a\x1b[2J\x9b"
-                                      L"b");
-         },
-         "\x1b]0;a[2Jb\a"},
+        {[] { return Console::setTextAttribute(0xABCD0007); },
+         "\x1b[0m"}, // normal, the high bits do not count
+        {[] { return Console::setTextAttribute(12); }, "\x1b[0;91m"},
+        {[] { return Console::setTextAttribute(1); }, "\x1b[0;34m"},
+        {[] { return Console::setTextAttribute(0x96); }, "\x1b[0;33;104m"},
+        {[] { return Console::setCursorPosition(4, 0x10002); }, "\x1b[3;5H"},
+        {[] { return !Console::setCursorPosition(0xFFFF, 2); }, ""},
+        {[] { return Console::setTitle(nullptr); }, "\x1b]0;\a"},
+        {[] { return Console::setTitle(L"\u00e4\a\x1b[2J\x9b!"); }, "\x1b]0;\xc3\xa4[2J!\a"},
     };
     for (const auto& row : rows) {
-        CAPTURE(row.what);
+        CAPTURE(row.expected);
         const Outcome outcome = runWithTerminal([&] { return row.operation() ? 7 : 1; });
         CHECK(outcome.output == row.expected);
         CHECK(outcome.exitCode == 7);
@@ -266,9 +236,9 @@ TEST_CASE("a terminal tells its size and the attributes set")
     const Outcome outcome = runWithTerminal([] {
         ConsoleScreenBufferInfo info;
         Console::setTextAttribute(12);
-        const bool right = Console::getScreenBufferInfo(info) && info.sizeX == 90 && info.sizeY == 30 &&
-                           info.attributes == 12 && info.cursorX == 0 && info.cursorY == 0;
-        return right ? 7 : 1;
+        const bool isRight = Console::getScreenBufferInfo(info) && info.sizeX == 90 && info.sizeY == 30 &&
+                             info.attributes == 12;
+        return isRight ? 7 : 1;
     });
     CHECK(outcome.exitCode == 7);
 }
@@ -307,10 +277,4 @@ TEST_CASE("alloc opens the terminal for those who have lost it, and free gives i
     });
     CHECK(redirected.output == "for the terminal");
     CHECK(redirected.exitCode == 7);
-}
-
-TEST_CASE("alloc without a controlling terminal fails")
-{
-    const Outcome outcome = runWithPipe([] { return Console::alloc() ? 1 : 7; });
-    CHECK(outcome.exitCode == 7);
 }
