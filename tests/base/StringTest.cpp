@@ -324,15 +324,14 @@ TEST_CASE("strings share their blocks across threads")
 TEST_CASE("bulk copy and fill give what memcpy and memset give")
 {
     for (unsigned size : {0U, 1U, 15U, 127U, 128U, 129U, 4096U, 100003U}) {
-        std::vector<unsigned char> source(size + 8), target(size + 8, 0xEE), expected(size + 8, 0xEE);
-        for (std::size_t i = 0; i < source.size(); ++i)
-            source[i] = static_cast<unsigned char>(i * 7);
-        std::copy(source.begin() + 3, source.begin() + 3 + size, expected.begin() + 1);
-        CHECK(orvi::__memcpy__(target.data() + 1, source.data() + 3, size) == target.data() + 1);
-        CHECK(target == expected);
-        std::fill(expected.begin() + 5, expected.begin() + 5 + size, static_cast<unsigned char>(0xA5));
-        CHECK(orvi::__memset__(target.data() + 5, 0x1A5, size) == target.data() + 5);
-        CHECK(target == expected);
+        CAPTURE(size);
+        std::string source(size, 'x'), copied(size + 8, '-'), filled = copied;
+        for (unsigned i = 0; i < size; ++i)
+            source[i] = static_cast<char>(i * 7);
+        CHECK(orvi::__memcpy__(&copied[1], source.data(), size) == &copied[1]);
+        CHECK((copied == "-" + source + "-------"));
+        CHECK(orvi::__memset__(&filled[5], 0x100 + 'y', size) == &filled[5]);
+        CHECK((filled == "-----" + std::string(size, 'y') + "---"));
     }
 }
 
