@@ -111,9 +111,8 @@ TEST_CASE("lines on both sides of what fits on the stack have all their argument
 {
     for (const std::size_t length : {510u, 511u, 512u, 513u, 5000u}) {
         CAPTURE(length);
-        std::vector<wchar_t> line{L'n', L'=', L'1'};
-        while (line.size() < length)
-            line.push_back(line.size() % 2 != 0 ? L' ' : L'a');
+        std::vector<wchar_t> line{L'n', L'=', L'1', L' '};
+        line.resize(length, L'a');
         line.push_back(0);
         CHECK(orvi::parseArgumentInt(line.data(), L"n", 0) == 1);
     }
