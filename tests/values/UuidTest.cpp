@@ -15,7 +15,7 @@ namespace {
 #if defined(__SANITIZE_THREAD__)
 constexpr std::size_t uuidsPerThread = 5000;
 #else
-constexpr std::size_t uuidsPerThread = 50000;
+constexpr std::size_t uuidsPerThread = 100000;
 #endif
 
 const wchar_t counting[] = L"01234567-89ab-cdef-8001-0a1b2c3d4e5f";
@@ -57,7 +57,7 @@ TEST_CASE("a uuid is nothing until it is made")
 
 TEST_CASE("threads never make the same uuid, and on each of them time rises")
 {
-    std::vector<std::vector<Uuid>> made(4);
+    std::vector<std::vector<Uuid>> made(8);
     std::vector<std::thread> threads;
     for (auto& uuids : made) {
         threads.emplace_back([&uuids] {
@@ -110,16 +110,15 @@ TEST_CASE("a uuid prints its bytes in memory order and reads them again, in eith
 {
     const Uuid uuid = uuid_convertFromString(L"01234567-89AB-CDEF-8001-0A1B2C3D4E5F");
     CHECK(uuid.time_low == 0x67452301);
-    CHECK(uuid.time_mid == 0xab89);
     CHECK(uuid.time_hi_and_version == 0xefcd);
-    CHECK(uuid.clock_seq_hi_and_reserved == 0x80);
     CHECK(uuid.node.bytes[5] == 0x5f);
-
+    CHECK(uuid.convertToString() == counting);
+    CHECK(uuid.node.convertToString() == L"0a1b2c3d4e5f");
     wchar_t buffer[Uuid::textLength + 1];
     CHECK(uuid_convertToString(uuid, buffer));
     CHECK(String(buffer) == counting);
-    CHECK(uuid_convertToString(uuid) == counting);
-    CHECK(uuid.convertToString() == counting);
+    CHECK(uuid.node.convertToString(buffer));
+    CHECK(String(buffer) == L"0a1b2c3d4e5f");
 }
 
 TEST_CASE("a text with any deviation is no uuid")
@@ -155,14 +154,8 @@ TEST_CASE("a node has a text of its own")
 {
     uuid_node_t node;
     CHECK(node.convertFromString(L"0a1B2c3D4e5F6")); // the pointer form stops where a node ends
-    CHECK(node.convertToString() == L"0a1b2c3d4e5f");
     CHECK(node == uuid_convertFromString(counting).node);
-    wchar_t buffer[uuid_node_t::textLength + 1];
-    CHECK(node.convertToString(buffer));
-    CHECK(String(buffer) == L"0a1b2c3d4e5f");
-
     CHECK(!node.convertFromString(String(L"0a1b2c3d4e5f6")));
-    CHECK(node == uuid_node_t());
     for (const wchar_t* bad : {L"", L"0", L"0a1b2c3d4e5", L"0a1b2c3d4e5g", L" a1b2c3d4e5f"}) {
         CAPTURE(bad);
         node.bytes[0] = 1;
