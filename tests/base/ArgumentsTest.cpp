@@ -50,10 +50,7 @@ String after(Operation operation, const wchar_t* text)
 
 TEST_CASE("a command line is split into arguments")
 {
-    const struct {
-        const wchar_t* line;
-        std::vector<String> expected;
-    } rows[] = {
+    const std::pair<const wchar_t*, std::vector<String>> rows[] = {
         {nullptr, {L""}},
         {L"", {L""}},
         {L"app  a\t \tb\nc  ", {L"app", L"a", L"b\nc"}},
@@ -73,9 +70,9 @@ TEST_CASE("a command line is split into arguments")
         {LR"(app "a"")", {L"app", LR"(a")"}},
         {LR"(app "a\\""b" c)", {L"app", LR"(a\"b c)"}},
     };
-    for (const auto& row : rows) {
-        CAPTURE(String(row.line));
-        CHECK(split(row.line) == row.expected);
+    for (const auto& [line, expected] : rows) {
+        CAPTURE(String(line));
+        CHECK(split(line) == expected);
     }
 }
 

@@ -15,26 +15,24 @@ namespace {
 
 using namespace orvi::platform;
 
-Wide toWide(int page, const std::string& text)
+template <class To, class From>
+To converted(std::ptrdiff_t (&convert)(int, const typename From::value_type*, std::size_t,
+                                       typename To::value_type*, std::size_t),
+             int page, const From& text)
 {
-    const std::ptrdiff_t size = codePageToWide(page, text.data(), text.size(), nullptr, 0);
+    const std::ptrdiff_t size = convert(page, text.data(), text.size(), nullptr, 0);
     REQUIRE(size >= 0);
-    Wide result(std::size_t(size) + 1, L'#');
-    CHECK(codePageToWide(page, text.data(), text.size(), result.data(), std::size_t(size)) == size);
-    CHECK(result.back() == L'#');
+    To result(std::size_t(size) + 1, '#');
+    CHECK(convert(page, text.data(), text.size(), result.data(), std::size_t(size)) == size);
+    CHECK(result.back() == '#');
     result.pop_back();
     return result;
 }
 
+Wide toWide(int page, const std::string& text) { return converted<Wide>(codePageToWide, page, text); }
 std::string fromWide(int page, const Wide& text)
 {
-    const std::ptrdiff_t size = wideToCodePage(page, text.data(), text.size(), nullptr, 0);
-    REQUIRE(size >= 0);
-    std::string result(std::size_t(size) + 1, '#');
-    CHECK(wideToCodePage(page, text.data(), text.size(), result.data(), std::size_t(size)) == size);
-    CHECK(result.back() == '#');
-    result.pop_back();
-    return result;
+    return converted<std::string>(wideToCodePage, page, text);
 }
 
 const int tablePages[] = {0,    437,  850,  852,  866,  874,  932,  936,   949,   950,   1250,  1251,

@@ -207,17 +207,18 @@ TEST_CASE("what is no terminal has no size and gets no escape sequence")
     }
 }
 
-TEST_CASE("a terminal gets escape sequences")
+TEST_CASE("a terminal gets escape sequences, and tells its size and attributes")
 {
     const struct {
         bool (*operation)();
         std::string expected;
+        int attributes = 7;
     } rows[] = {
         {[] { return Console::setTextAttribute(0xABCD0007); },
          "\x1b[0m"}, // normal, the high bits do not count
-        {[] { return Console::setTextAttribute(12); }, "\x1b[0;91m"},
-        {[] { return Console::setTextAttribute(1); }, "\x1b[0;34m"},
-        {[] { return Console::setTextAttribute(0x96); }, "\x1b[0;33;104m"},
+        {[] { return Console::setTextAttribute(12); }, "\x1b[0;91m", 12},
+        {[] { return Console::setTextAttribute(1); }, "\x1b[0;34m", 1},
+        {[] { return Console::setTextAttribute(0x96); }, "\x1b[0;33;104m", 0x96},
         {[] { return Console::setCursorPosition(4, 0x10002); }, "\x1b[3;5H"},
         {[] { return !Console::setCursorPosition(0xFFFF, 2); }, ""},
         {[] { return Console::setTitle(nullptr); }, "\x1b]0;\a"},
@@ -225,22 +226,15 @@ TEST_CASE("a terminal gets escape sequences")
     };
     for (const auto& row : rows) {
         CAPTURE(row.expected);
-        const Outcome outcome = runWithTerminal([&] { return row.operation() ? 7 : 1; });
+        const Outcome outcome = runWithTerminal([&] {
+            ConsoleScreenBufferInfo info;
+            const bool isRight = row.operation() && Console::getScreenBufferInfo(info) && info.sizeX == 90 &&
+                                 info.sizeY == 30 && info.attributes == row.attributes;
+            return isRight ? 7 : 1;
+        });
         CHECK(outcome.output == row.expected);
         CHECK(outcome.exitCode == 7);
     }
-}
-
-TEST_CASE("a terminal tells its size and the attributes set")
-{
-    const Outcome outcome = runWithTerminal([] {
-        ConsoleScreenBufferInfo info;
-        Console::setTextAttribute(12);
-        const bool isRight = Console::getScreenBufferInfo(info) && info.sizeX == 90 && info.sizeY == 30 &&
-                             info.attributes == 12;
-        return isRight ? 7 : 1;
-    });
-    CHECK(outcome.exitCode == 7);
 }
 
 TEST_CASE("alloc opens the terminal for those who have lost it, and free gives it back")

@@ -49,11 +49,7 @@ Handle_T<MemoryFile> memoryFile(const std::string& bytes)
 
 TEST_CASE("values are found by section and key, in an archive and in a file")
 {
-    const struct {
-        const wchar_t* section;
-        const wchar_t* key;
-        const wchar_t* value;
-    } rows[] = {
+    const wchar_t* const rows[][3] = {
         {L"Net", L"port", L"8080"}, // the first of two
         {L"net", L"PORT", L"8080"},        {L"Net", L"host", L"example # 5"},
         {L"Net", L"word", L"abc"}, // from a later section
@@ -65,10 +61,10 @@ TEST_CASE("values are found by section and key, in an archive and in a file")
         {L"Missing", L"port", L"default"}, {L"", L"port", L"default"},
     };
     const Handle_T<MemoryFile> file = memoryFile(sample);
-    for (const auto& row : rows) {
-        CAPTURE(row.section);
-        CAPTURE(row.key);
-        CHECK(getConfigString(file, row.section, row.key, L"default") == row.value);
+    for (const auto& [section, key, value] : rows) {
+        CAPTURE(section);
+        CAPTURE(key);
+        CHECK(getConfigString(file, section, key, L"default") == value);
     }
     const TempDirectory directory;
     std::ofstream(directory / "sample.conf", std::ios::binary) << sample;

@@ -260,7 +260,6 @@ TEST_CASE("a long text comes whole, in all sets and widths, whatever stands at t
                             static_cast<std::size_t>(all.getBufferLength()) - 2);
     String text;
     Utf8 narrow;
-    Ansi page;
     for (const Source& source : sourcesOf(bytes)) {
         CAPTURE(source.what);
         CHECK((TextReader(source.input, TextReader::UTF8).read(text) && text == all));
@@ -271,8 +270,6 @@ TEST_CASE("a long text comes whole, in all sets and widths, whatever stands at t
     }
     CHECK((TextReader(ByteIO::create(bytes), TextReader::UTF8).readLine(narrow) && narrow == utf8));
     CHECK((TextReader(ByteIO::create(units), TextReader::WIDE).readLine(text) && text == all));
-    CHECK(TextReader(ByteIO::create(bytes), TextReader::UTF8).read(page));
-    CHECK((page == StringHelper::wideToAnsi(all)));
 }
 
 TEST_CASE("sources that mislead end a text, and nothing turns for ever")

@@ -3,7 +3,9 @@
 
 #include <doctest/doctest.h>
 
-#include <cstring>
+#include <array>
+#include <bit>
+#include <utility>
 #include <vector>
 
 using namespace orvi;
@@ -125,18 +127,12 @@ TEST_CASE("a new process gets a node and a sequence of its own")
 TEST_CASE("a seed is the low half of the shifted sum of a uuid's bytes")
 {
     constexpr long long now = 0xA12345678;
-    const struct {
-        std::uint8_t bytes[16];
-        unsigned int seed;
-    } rows[] = {
+    const std::pair<std::array<std::uint8_t, 16>, unsigned int> rows[] = {
         {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 42125},
         {{}, 0xFFFF},
         {{0, 0, 64}, 0x12345678}, // the sum is 0x10000
         {{1, 0, 64}, 1},
     };
-    for (const auto& row : rows) {
-        Uuid uuid;
-        std::memcpy(&uuid, row.bytes, sizeof uuid);
-        CHECK(seedFromUuid(uuid, now) == row.seed);
-    }
+    for (const auto& [bytes, seed] : rows)
+        CHECK(seedFromUuid(std::bit_cast<Uuid>(bytes), now) == seed);
 }

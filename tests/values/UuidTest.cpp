@@ -3,7 +3,8 @@
 #include "TextPrinting.h"
 
 #include <algorithm>
-#include <cstring>
+#include <array>
+#include <bit>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,13 +30,6 @@ std::uint64_t timestampOf(const Uuid& uuid)
 int versionOf(const Uuid& uuid) { return uuid.time_hi_and_version >> 12; }
 
 int sequenceOf(const Uuid& uuid) { return (uuid.clock_seq_hi_and_reserved & 0x3F) << 8 | uuid.clock_seq_low; }
-
-Uuid fromBytes(const unsigned char (&bytes)[16])
-{
-    Uuid uuid;
-    std::memcpy(&uuid, bytes, sizeof uuid);
-    return uuid;
-}
 
 } // namespace
 
@@ -168,7 +162,7 @@ TEST_CASE("a node has a text of its own")
 TEST_CASE("uuids and nodes are ordered by signed words of the machine")
 {
     // In ascending order. The top bit of a word is in its last byte; that of the node's last word in byte 5.
-    const unsigned char rows[][16] = {
+    const std::array<unsigned char, 16> rows[] = {
         {0, 0, 0, 0x80},
         {255, 255, 255, 255, 255, 255, 255, 127, 1},
         {0, 0, 0, 0, 0, 0, 0, 0x80},
@@ -184,8 +178,8 @@ TEST_CASE("uuids and nodes are ordered by signed words of the machine")
             CAPTURE(&a - rows);
             CAPTURE(&b - rows);
             const int expected = (&a > &b) - (&a < &b);
-            CHECK(uuid_compare(fromBytes(a), fromBytes(b)) == expected);
-            CHECK((fromBytes(a) <=> fromBytes(b)) == (expected <=> 0));
+            CHECK(uuid_compare(std::bit_cast<Uuid>(a), std::bit_cast<Uuid>(b)) == expected);
+            CHECK((std::bit_cast<Uuid>(a) <=> std::bit_cast<Uuid>(b)) == (expected <=> 0));
         }
     }
     const uuid_node_t nodes[] = {
