@@ -8,7 +8,6 @@
 #include <orvi/core/File.h>
 #include <orvi/core/FileMutex.h>
 
-#include <functional>
 #include <sys/stat.h>
 
 using namespace orvi;
@@ -50,16 +49,6 @@ Texts scanSorted(const String& path, Extensions extensions = {}, bool recursive 
     }
     return sorted(names);
 }
-
-/** Offers every path to an action until that gives false. */
-struct Visit {
-    std::function<bool(const String&)> action;
-    bool take(const String& path) { return action(path); }
-    void operator()(const String& path, Extensions extensions = {nullptr})
-    {
-        scanFiles({this, &Visit::take}, path, extensions.data(), true);
-    }
-};
 
 std::string readWhole(const String& path)
 {
@@ -212,16 +201,20 @@ TEST_CASE("a callback that has enough ends its directory, and what lies beside g
         fs::create_directories(place / name);
     for (const char* name : {"a/1.x", "a/2.x", "a/inner/3", "b/1.x", "b/2.x", "b/inner/3"})
         place.write(name);
-    Texts offered;
-    Visit refuse{[&](const String& path) {
-        offered.push_back(path.getSubString(0, inside(place, "a").getLength()));
-        return false;
-    }};
-    refuse(inside(place)); // one of each, and nothing below them
-    CHECK(sorted(offered) == Texts{inside(place, "a"), inside(place, "b")});
-    offered.clear();
-    refuse(inside(place, "a"), {L"x", L"X", nullptr}); // between two matches of one file
-    CHECK(offered.size() == 1);
+    struct Refusal {
+        Texts offered;
+        bool take(const String& path)
+        {
+            offered.push_back(path.getSubString(0, path.getLength() - 3));
+            return false;
+        }
+    } all, matches;
+    scanFiles({&all, &Refusal::take}, inside(place), nullptr, true); // one of each, and nothing below them
+    CHECK(sorted(all.offered) == Texts{inside(place, "a"), inside(place, "b")});
+    const wchar_t* extensions[] = {L"x", L"X", nullptr};
+    scanFiles({&matches, &Refusal::take}, inside(place, "a"), extensions,
+              true); // between two matches of one file
+    CHECK(matches.offered.size() == 1);
 }
 
 TEST_CASE("a directory that may not be read is passed over")

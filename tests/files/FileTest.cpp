@@ -112,10 +112,11 @@ TEST_CASE("the mode gives permissions to a new file, under the mask of the proce
     const mode_t before = umask(027);
     const int expected[] = {0, 0440, 0200, 0640};
     for (int mode = 0; mode < 4; ++mode) {
-        const std::filesystem::path path = directory.path() / std::to_string(mode);
-        const String name = StringHelper::utf8ToWide(path.c_str());
-        CHECK(File::createInstance()->open(name, File::readWrite | File::create, mode));
-        CHECK(std::filesystem::status(path).permissions() == std::filesystem::perms(expected[mode]));
+        const std::string name = std::to_string(mode);
+        CHECK(
+            File::createInstance()->open(directory.name(name.c_str()), File::writeOnly | File::create, mode));
+        CHECK(std::filesystem::status(directory.path() / name).permissions() ==
+              std::filesystem::perms(expected[mode]));
     }
     umask(before);
 }
