@@ -63,8 +63,10 @@ TEST_CASE("applications of all kinds answer, and so do their clients and one of 
     const Outcome outcome = run(place, lines);
     CAPTURE(outcome.text);
     CHECK(outcome.status == 0);
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
+        CAPTURE(row.line);
         CHECK(contains(outcome.text, row.answer));
+    }
     CHECK_FALSE(fs::exists(place / "large"));
     std::ifstream copied(place / "copied", std::ios::binary);
     CHECK(std::string(std::istreambuf_iterator<char>(copied), {}) == large);

@@ -118,6 +118,24 @@ TEST_CASE("every signal finds a waiter")
     }
 }
 
+TEST_CASE("two threads hand over to each other")
+{
+    const Handle_T<Semaphore> ping = Semaphore::createInstance(), pong = Semaphore::createInstance();
+    int value = 0; // guarded by the hand-over
+    const std::jthread other([&] {
+        for (int i = 0; i < 1000; ++i) {
+            ping->wait(endless, false);
+            ++value;
+            pong->signal();
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        ping->signal();
+        pong->wait(endless, true);
+        REQUIRE(value == i + 1);
+    }
+}
+
 TEST_CASE("sync waits until few enough signals are left")
 {
     const Handle_T<Semaphore> semaphore = Semaphore::createInstance();
