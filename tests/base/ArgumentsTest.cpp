@@ -70,9 +70,9 @@ TEST_CASE("a command line is split into arguments")
         {LR"(app "a"")", {L"app", LR"(a")"}},
         {LR"(app "a\\""b" c)", {L"app", LR"(a\"b c)"}},
     };
-    for (const auto& [line, expected] : rows) {
-        CAPTURE(String(line));
-        CHECK(split(line) == expected);
+    for (const auto& row : rows) {
+        CAPTURE(String(row.first));
+        CHECK(split(row.first) == row.second);
     }
 }
 

@@ -61,10 +61,10 @@ TEST_CASE("values are found by section and key, in an archive and in a file")
         {L"Missing", L"port", L"default"}, {L"", L"port", L"default"},
     };
     const Handle_T<MemoryFile> file = memoryFile(sample);
-    for (const auto& [section, key, value] : rows) {
-        CAPTURE(section);
-        CAPTURE(key);
-        CHECK(getConfigString(file, section, key, L"default") == value);
+    for (const auto& row : rows) {
+        CAPTURE(row[0]);
+        CAPTURE(row[1]);
+        CHECK(getConfigString(file, row[0], row[1], L"default") == row[2]);
     }
     const TempDirectory directory;
     std::ofstream(directory / "sample.conf", std::ios::binary) << sample;
