@@ -137,7 +137,8 @@ public:
     }
     void swap(JsonValue& other) noexcept
     {
-        JsonValue mine(std::move(*this));
+        JsonValue mine;
+        mine.take(*this);
         take(other);
         other.take(mine);
     }

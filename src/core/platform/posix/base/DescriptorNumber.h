@@ -5,6 +5,9 @@
 
 namespace orvi::platform {
 
+/** Those below belong to the standard streams, also when they are closed. */
+constexpr int firstOwnDescriptor = STDERR_FILENO + 1;
+
 /** Every descriptor that the library gets goes through here: it takes `descriptor` over and gives one of 3 and
     more for the same thing; negative, with the reason in errno, when that cannot be or there was none.
 
@@ -12,9 +15,9 @@ namespace orvi::platform {
     anybody prints would go into that file. */
 inline int aboveStandardStreams(int descriptor)
 {
-    if (descriptor < 0 || descriptor > STDERR_FILENO)
+    if (descriptor < 0 || descriptor >= firstOwnDescriptor)
         return descriptor;
-    const int lifted = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int lifted = ::fcntl(descriptor, F_DUPFD_CLOEXEC, firstOwnDescriptor);
     const int error = errno;
     ::close(descriptor);
     errno = error;

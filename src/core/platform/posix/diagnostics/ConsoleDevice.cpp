@@ -76,7 +76,7 @@ constinit std::mutex g_attachMutex;
 constinit SavedStreams g_saved;
 
 /** A copy above the standard streams; -1 when `file` is closed. */
-int copyAside(int file) { return ::fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }
+int copyAside(int file) { return ::fcntl(file, F_DUPFD_CLOEXEC, firstOwnDescriptor); }
 
 int openTerminal() { return aboveStandardStreams(::open("/dev/tty", O_RDWR | O_CLOEXEC)); }
 

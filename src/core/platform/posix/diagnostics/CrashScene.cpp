@@ -3,6 +3,7 @@
 #include "GuardRecord.h"
 #include "SignalShield.h"
 #include "platform/diagnostics/FileReserve.h"
+#include "platform/posix/base/DescriptorNumber.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,8 +24,6 @@
 namespace orvi::platform {
 namespace {
 
-constexpr int firstNumber = 3; // those below belong to the standard streams, also when they are closed
-
 /** Whether another try may find a descriptor. */
 bool makesRoom(int error) { return (error == EMFILE || error == ENFILE) && releaseReservedFile(); }
 
@@ -34,11 +33,11 @@ int openForReport(const char* path, int flags, mode_t mode = 0)
     do
         file = open(path, flags | O_CLOEXEC, mode);
     while (file == noFile && makesRoom(errno));
-    if (file == noFile || file >= firstNumber)
+    if (file == noFile || file >= firstOwnDescriptor)
         return file;
     int moved = noFile;
     do
-        moved = fcntl(file, F_DUPFD_CLOEXEC, firstNumber);
+        moved = fcntl(file, F_DUPFD_CLOEXEC, firstOwnDescriptor);
     while (moved == noFile && makesRoom(errno));
     close(file);
     return moved;
@@ -226,9 +225,9 @@ namespace {
 /** A child has no use for the program's files, and may need some where the program has no descriptor left. */
 void closeFilesBut(int kept)
 {
-    const auto number = static_cast<unsigned int>(std::max(kept, firstNumber - 1));
-    if (number > firstNumber)
-        close_range(firstNumber, number - 1, 0);
+    const auto number = static_cast<unsigned int>(std::max(kept, firstOwnDescriptor - 1));
+    if (number > firstOwnDescriptor)
+        close_range(firstOwnDescriptor, number - 1, 0);
     close_range(number + 1, ~0U, 0);
 }
 

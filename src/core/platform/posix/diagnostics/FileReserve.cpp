@@ -1,4 +1,5 @@
 #include "platform/diagnostics/FileReserve.h"
+#include "platform/posix/base/DescriptorNumber.h"
 
 #include <atomic>
 #include <fcntl.h>
@@ -13,7 +14,6 @@ constexpr int noReserve = -1;
 // The text and the dump are open together; without a child, the dump's writer reads two files more. The rest is for what
 // other threads snatch away.
 constexpr int reservedFiles = 6;
-constexpr int firstNumber = 3; // those below belong to the standard streams, also when they are closed
 
 std::atomic<int> g_reserve[reservedFiles] = {noReserve, noReserve, noReserve,
                                              noReserve, noReserve, noReserve};
@@ -33,7 +33,7 @@ void fill()
         return;
     if (fstat(ends[0], &g_pipe) == 0) {
         for (auto& place : g_reserve)
-            place = fcntl(ends[0], F_DUPFD_CLOEXEC, firstNumber);
+            place = fcntl(ends[0], F_DUPFD_CLOEXEC, firstOwnDescriptor);
     }
     close(ends[0]);
     close(ends[1]);
