@@ -1,41 +1,20 @@
 #include <orvi/core/System.h>
 
-#include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>
 
 #include "Guard.h"
+#include "TaskSchedule.h"
 #include "diagnostics/CrashReporter.h"
 #include "platform/diagnostics/FaultGuard.h"
 #include "platform/diagnostics/ThreadInfo.h"
 #include "platform/runtime/MessageQueue.h"
 #include "values/RandomSeed.h"
 
-#include <algorithm>
 #include <new>
 #include <thread>
-#include <typeinfo>
 #include <utility>
 
 namespace orvi {
-
-/** The record of one start of one task. It owns the task, the system's lists own it: stopping a task during a
-    pass leaves the record, and with it the task, in place until the pass is over. */
-class System::TaskStatus : public Unknown {
-public:
-    TaskStatus(System* owner, Task* started)
-        : system(owner)
-        , task(started)
-        , onlyRests(typeid(*started) == typeid(Yield))
-    {}
-
-    Unknown::Handle_T<System> system;
-    Unknown::Handle_T<Task> task;
-    Unknown::Handle_T<TaskStatus> nextStopped;
-    ETaskState state = TASK_RUNNING;
-    unsigned int elapsed = 0; // gathered since the last onTick
-    unsigned int sleepTime = 0;
-    const bool onlyRests; // it has no turn while there is work left
-};
 
 /** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
     the loop ends: what still waits runs then. */
@@ -53,20 +32,10 @@ struct System::PostedClosures {
     }
 };
 
-/** A pass under way, also one that an exception ends. */
-struct System::Pass {
-    explicit Pass(int& passes)
-        : _passes(passes)
-    {
-        ++_passes;
-    }
-    ~Pass() { --_passes; }
-    int& _passes;
-};
-
 System::System()
     : _semaphore(Semaphore::createInstance())
     , _exit([](void* system) { static_cast<System*>(system)->System::exit(); })
+    , _schedule(std::make_unique<TaskSchedule>())
 {
     seedRandom();
 }
@@ -109,14 +78,14 @@ void System::unload()
 /** Runs one step of the system's life; false when something has left it, which has been handled then. */
 bool System::runStep(void (*step)(void*), void* argument)
 {
-    const int passes = _passes; // some, when a task turns the loop
+    const std::size_t passes = _schedule->passes(); // some, when a task turns the loop
     struct Call {
         System* system;
         unsigned long code;
     } call{this, runGuarded(step, argument)};
     if (call.code == 0)
         return true;
-    _passes = passes; // a fault leaves its pass without counting it down
+    _schedule->losePasses(passes, _firstTask); // a fault leaves its pass without ending it
     runGuarded(
         [](void* failed) {
             const Call& told = *static_cast<const Call*>(failed);
@@ -197,8 +166,13 @@ bool System::init()
 
 void System::exit()
 {
-    stopAll(_tasks);
-    stopAll(_newTasks);
+    while (!_firstTask.isNull()) {
+        const Handle_T<TaskStatus> status = _firstTask;
+        Task* task = status->task;
+        if (!runStep([](void* stopped) { static_cast<Task*>(stopped)->stop(); }, task) &&
+            task->_status == status)
+            task->leaveSystem();
+    }
     dropStopped();
 }
 
@@ -229,27 +203,27 @@ void System::tick()
 
 void System::onTick(unsigned int deltaMs)
 {
+    struct Pass {
+        System& system;
+        const std::size_t depth = system._schedule->passes();
+        ~Pass() { system._schedule->losePasses(depth, system._firstTask); } // does nothing after its end
+    } const pass{*this};
     const bool hasWorkLeft = std::exchange(_hasWorkLeft, false);
     bool isIdle = !hasWorkLeft;
-    {
-        const Pass pass(_passes);
-        for (std::size_t i = 0; i < _tasks.size(); ++i) {
-            TaskStatus* status = _tasks[i];
-            Task* task = status->task;
-            if (status->state == TASK_STOPPED || task->_status != status)
-                continue;
-            status->elapsed += deltaMs;
-            const bool sleeps = status->state == TASK_SLEEPING;
-            if (status->elapsed < (sleeps ? status->sleepTime : task->_tickTime))
-                continue;
-            if (hasWorkLeft && status->onlyRests)
-                continue;
-            status->state = TASK_RUNNING;
-            isIdle = false;
-            task->onTick(std::exchange(status->elapsed, 0));
+    _schedule->beginPass(deltaMs);
+    while (TaskStatus* status = _schedule->next()) {
+        const std::uint64_t elapsed = _schedule->elapsed(*status);
+        if (elapsed < status->limit() || (hasWorkLeft && status->onlyRests)) {
+            _schedule->passOver(*status);
+            continue;
         }
+        status->state = TASK_RUNNING;
+        _schedule->restart(*status);
+        isIdle = false;
+        status->task->onTick(static_cast<unsigned int>(elapsed));
     }
-    if (_passes == 0)
+    _schedule->endPass();
+    if (pass.depth == 0)
         finishPass();
     // Where loops outnumber processors an idle one would otherwise turn through its whole time slice before the
     // next gets a turn: 100 boxes without a task took 19 s to start on two processors, and take 50 ms with this.
@@ -257,51 +231,40 @@ void System::onTick(unsigned int deltaMs)
         std::this_thread::yield();
 }
 
-/** Takes a task in, or throws and leaves all as it is. The next pass finds room for it. */
+/** Takes a task in, or throws and leaves all as it is. */
 void System::addTask(TaskStatus* status)
 {
-    const std::size_t most = _tasks.size() + _newTasks.size() + 1;
-    if (_tasks.capacity() < most)
-        _tasks.reserve(std::max(most, 2 * _tasks.capacity()));
-    _newTasks.push_back(status);
+    _schedule->reserve(_taskCount + 1);
+    ++_taskCount;
+    status->order = ++_lastOrder;
+    status->previous = _lastTask;
+    (_lastTask != nullptr ? _lastTask->next : _firstTask) = status;
+    _lastTask = status;
+    if (_firstNew == nullptr)
+        _firstNew = status;
 }
 
-void System::addStopped(TaskStatus* status) noexcept
+/** From the list of tasks to that of the stopped ones. */
+void System::removeTask(TaskStatus* status) noexcept
 {
-    if (_firstStopped.isNull())
-        _firstStopped = status;
-    else
-        _lastStopped->nextStopped = status;
+    _schedule->remove(*status);
+    --_taskCount;
+    if (_firstNew == status)
+        _firstNew = status->next;
+    Handle_T<TaskStatus>& place = status->previous != nullptr ? status->previous->next : _firstTask;
+    const Handle_T<TaskStatus> stopped = std::move(place);
+    place = std::move(status->next);
+    (place.isNull() ? _lastTask : place->previous) = status->previous;
+
+    (_firstStopped.isNull() ? _firstStopped : _lastStopped->next) = stopped;
     _lastStopped = status;
 }
 
 void System::finishPass() noexcept
 {
-    for (auto& status : _newTasks) {
-        if (status->state != TASK_STOPPED)
-            _tasks.push_back(std::move(status));
-    }
-    _newTasks.clear();
-    if (_firstStopped.isNull())
-        return;
-    std::erase_if(_tasks, [](const auto& status) { return status->state == TASK_STOPPED; });
+    for (TaskStatus* status = std::exchange(_firstNew, nullptr); status != nullptr; status = status->next)
+        _schedule->add(*status);
     dropStopped();
-}
-
-/** Stops the tasks of a list and empties it. */
-void System::stopAll(std::vector<Handle_T<TaskStatus>>& tasks)
-{
-    // By index, and destroyed from a list of their own: the hooks may stop further tasks.
-    for (std::size_t i = 0; i < tasks.size(); ++i) {
-        TaskStatus* status = tasks[i];
-        Task* task = status->task;
-        if (status->state == TASK_STOPPED)
-            continue;
-        if (!runStep([](void* stopped) { static_cast<Task*>(stopped)->stop(); }, task) &&
-            task->_status == status)
-            task->leaveSystem();
-    }
-    std::vector<Handle_T<TaskStatus>>().swap(tasks);
 }
 
 /** Here stopped tasks are destroyed that nobody else holds; their destructors may start and stop others. */
@@ -309,7 +272,7 @@ void System::dropStopped() noexcept
 {
     Handle_T<TaskStatus> stopped = std::move(_firstStopped);
     while (!stopped.isNull())
-        stopped = std::move(stopped->nextStopped);
+        stopped = std::move(stopped->next);
 }
 
 void System::onException(unsigned long) {}
@@ -353,7 +316,7 @@ void System::Task::leaveSystem() noexcept
         return;
     TaskStatus* status = std::exchange(_status, nullptr);
     status->state = TASK_STOPPED;
-    status->system->addStopped(status);
+    status->system->removeTask(status);
 }
 
 bool System::Task::sleep(unsigned int ms)
@@ -362,6 +325,7 @@ bool System::Task::sleep(unsigned int ms)
         return false;
     _status->sleepTime = ms;
     _status->state = TASK_SLEEPING;
+    _status->system->_schedule->update(*_status);
     return true;
 }
 
@@ -370,7 +334,15 @@ bool System::Task::waken()
     if (_status == nullptr)
         return false;
     _status->state = TASK_RUNNING;
+    _status->system->_schedule->update(*_status);
     return true;
+}
+
+void System::Task::setTickTime(unsigned int ms) noexcept
+{
+    _tickTime = ms;
+    if (_status != nullptr)
+        _status->system->_schedule->update(*_status);
 }
 
 bool System::Task::init() { return true; }

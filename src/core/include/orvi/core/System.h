@@ -4,7 +4,9 @@
 #include <orvi/core/Unknown.h>
 
 #include <atomic>
-#include <vector>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 
 namespace orvi {
 
@@ -91,8 +93,8 @@ private:
     friend class Thread;
 
     struct PostedClosures;
-    struct Pass;
     class TaskStatus; // one start of one task
+    class TaskSchedule;
 
     static constexpr int underWay =
         8; // beside the state: from the begin of start, or of a Thread's, to its end
@@ -107,9 +109,8 @@ private:
     void turn();
     void leave();
     void addTask(TaskStatus* status);
-    void addStopped(TaskStatus* status) noexcept;
+    void removeTask(TaskStatus* status) noexcept;
     void finishPass() noexcept;
-    void stopAll(std::vector<Unknown::Handle_T<TaskStatus>>& tasks);
     void dropStopped() noexcept;
 
     std::atomic<int> _state = STATE_UNLOADED; // with underWay
@@ -117,14 +118,18 @@ private:
     Unknown::Handle_T<Semaphore> _semaphore;
     bool _firstTick = false;
     unsigned int _lastTime = 0; // getTimeTick of the last pass
-    int _passes = 0;            // passes under way: more than one when a task turns the loop itself
     bool _hasWorkLeft = false;  // the next pass shall not rest, but go on where work was left
     void (*_exit)(void*);       // what the library's own class does in exit; gets the System
 
-    std::vector<Unknown::Handle_T<TaskStatus>> _newTasks; // started since the last pass
-    std::vector<Unknown::Handle_T<TaskStatus>> _tasks;    // in order of starting, with room for the new ones
-    Unknown::Handle_T<TaskStatus> _firstStopped;          // a linked list: to stop a task takes no memory
+    // Linked lists: to stop a task takes no memory.
+    Unknown::Handle_T<TaskStatus> _firstTask; // in order of starting
+    TaskStatus* _lastTask = nullptr;
+    TaskStatus* _firstNew = nullptr; // of those started since the last pass
+    std::size_t _taskCount = 0;
+    std::uint64_t _lastOrder = 0;
+    Unknown::Handle_T<TaskStatus> _firstStopped;
     TaskStatus* _lastStopped = nullptr;
+    const std::unique_ptr<TaskSchedule> _schedule;
 };
 
 /** Work that a System does bit by bit: override the hooks init, exit and onTick.
@@ -151,7 +156,7 @@ public:
     virtual void onTick(unsigned int elapsedMs);
 
     /** Least time between two onTicks; 0, the start value, means every pass. Takes effect at once. */
-    void setTickTime(unsigned int ms) noexcept { _tickTime = ms; }
+    void setTickTime(unsigned int ms) noexcept;
     ETaskState getTaskState() const noexcept;
     /** Null when not started. */
     System* getSystem() const noexcept;

@@ -1,0 +1,147 @@
+#pragma once
+#include <orvi/core/System.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace orvi {
+
+/** The record of one start of one task. It owns the task, the system's lists own it: stopping a task during a
+    pass leaves the record, and with it the task, in place until the pass is over. */
+class System::TaskStatus : public Unknown {
+public:
+    TaskStatus(System* owner, Task* started);
+
+    unsigned int limit() const noexcept { return state == TASK_SLEEPING ? sleepTime : task->_tickTime; }
+
+    const Unknown::Handle_T<System> system;
+    const Unknown::Handle_T<Task> task;
+    ETaskState state = TASK_RUNNING;
+    unsigned int sleepTime = 0;
+    const bool onlyRests; // it has no turn while there is work left
+
+    // For the lists: of the tasks in order of starting, then of those stopped.
+    Unknown::Handle_T<TaskStatus> next;
+    TaskStatus* previous = nullptr;
+
+    // For the schedule.
+    enum class Place : unsigned char { Nowhere, EveryPass, Timed, Due, Skipped };
+    Place place = Place::Nowhere;
+    std::size_t index = 0;   // there, but for EveryPass
+    std::uint64_t order = 0; // a number in order of starting
+    std::uint64_t since = 0; // when it had its last turn, by the schedule's clock
+};
+
+/** Tells which tasks are due, in order of starting. A pass costs what is due, not what exists.
+
+    Time is the sum of the passes' deltas, and each task counts a pass when that comes by: what a task sees of a pass
+    that has not reached it, nested ones included, is as if the pass had not begun. */
+class System::TaskSchedule {
+public:
+    TaskSchedule();
+
+    /** Makes room for that many tasks; what follows takes no memory then, but for passes nested deeply. */
+    void reserve(std::size_t count);
+    /** Takes a task in; its time begins now. */
+    void add(TaskStatus& status) noexcept;
+    void remove(TaskStatus& status) noexcept;
+    /** The task's limit has changed. One that is not in yet does not matter. */
+    void update(TaskStatus& status) noexcept;
+
+    // A pass: begin it, ask for one task after the other, end it.
+    void beginPass(unsigned int deltaMs);
+    /** The next task that may be due; null when there is none. */
+    TaskStatus* next() noexcept;
+    /** What it has gathered in the pass under way. */
+    std::uint64_t elapsed(const TaskStatus& status) const noexcept;
+    /** It gets its turn now, or is passed over. */
+    void restart(TaskStatus& status) noexcept;
+    void passOver(TaskStatus& status) noexcept;
+    void endPass() noexcept;
+
+    std::size_t passes() const noexcept { return _passes.size(); }
+    /** Ends passes before their ends, down to so many: who was behind does not count them. `first` is the first of
+        all tasks. */
+    void losePasses(std::size_t depth, TaskStatus* first) noexcept;
+
+private:
+    /** Tasks by a key, the smallest first. */
+    class Heap {
+    public:
+        bool isEmpty() const noexcept { return _entries.empty(); }
+        std::uint64_t topKey() const noexcept { return _entries.front().key; }
+        TaskStatus& top() const noexcept { return *_entries.front().status; }
+        void reserve(std::size_t count) { _entries.reserve(count); }
+        void clear() noexcept { _entries.clear(); }
+        void push(std::uint64_t key, TaskStatus& status) noexcept;
+        void remove(std::size_t index) noexcept;
+
+    private:
+        struct Entry {
+            std::uint64_t key;
+            TaskStatus* status;
+        };
+
+        void put(std::size_t index, const Entry& entry) noexcept;
+        void rise(std::size_t index, const Entry& entry) noexcept;
+        void sink(std::size_t index, const Entry& entry) noexcept;
+
+        std::vector<Entry> _entries;
+    };
+
+    /** Tasks without a limit, in order. One that leaves keeps its slot for a while: tasks that sleep now and then come back
+        to it. */
+    class EveryPass {
+    public:
+        void reserve(std::size_t count) { _slots.reserve(2 * count); }
+        void clear() noexcept;
+        void add(TaskStatus& status) noexcept;
+        void remove(const TaskStatus& status) noexcept;
+        void sweepIfSparse() noexcept;
+        /** The first slot with a task behind this order. */
+        std::size_t behind(std::uint64_t order) const noexcept;
+        std::size_t skipEmpty(std::size_t index) const noexcept;
+        TaskStatus* at(std::size_t index) const noexcept
+        {
+            return index < _slots.size() ? _slots[index].status : nullptr;
+        }
+        /** Counts what makes an index stale. */
+        unsigned int changes() const noexcept { return _changes; }
+
+    private:
+        struct Slot {
+            std::uint64_t order;
+            TaskStatus* status; // null when it has left
+        };
+
+        std::size_t find(std::uint64_t order) const noexcept;
+        void sweep() noexcept;
+
+        std::vector<Slot> _slots;
+        std::size_t _empty = 0;
+        unsigned int _changes = 0;
+    };
+
+    struct Pass {
+        unsigned int delta;
+        std::uint64_t order = 0;   // of the task that it has come to
+        std::size_t everyPass = 0; // the next one in _everyPass
+        unsigned int changes = 0;  // for which that holds
+    };
+
+    std::uint64_t now(std::uint64_t order) const noexcept;
+    void place(TaskStatus& status) noexcept;
+    void takeOut(TaskStatus& status) noexcept;
+    void returnSkipped() noexcept;
+
+    std::size_t _room = 0; // for so many tasks
+    std::uint64_t _clock = 0;
+    std::vector<Pass> _passes; // under way, the innermost last
+    EveryPass _everyPass;
+    Heap _timed;                       // by the time when they are due
+    Heap _due;                         // by order: due, and not visited yet
+    std::vector<TaskStatus*> _skipped; // due, but the pass was beyond them
+};
+
+} // namespace orvi
