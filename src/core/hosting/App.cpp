@@ -10,7 +10,11 @@
 #include "AppClients.h"
 #include "AppTables.h"
 #include "AppWord.h"
+#include "memory/StreamPage.h"
+#include "platform/runtime/LoopWait.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -50,6 +54,7 @@ AppPipe::AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* outpu
                  const SharedPtr<Mutex>& outputMutex)
     : _input(input)
     , _inputMutex(inputMutex)
+    , _source(dynamic_cast<MemoryStream*>(input))
     , _output(output)
     , _outputMutex(outputMutex)
     , _queue(dynamic_cast<MemoryStream*>(output))
@@ -76,6 +81,51 @@ bool AppPipe::read(String& text)
         exception.report();
         return false;
     }
+}
+
+bool AppPipe::read(String& text, unsigned int timeoutMs)
+{
+    using namespace std::chrono;
+    const auto deadline = timeoutMs == Semaphore::endless ? platform::LoopWait::never
+                                                          : steady_clock::now() + milliseconds(timeoutMs);
+    platform::LoopWait place;
+    StreamWait wait{&place};
+    const bool isTold = addWait(wait);
+    struct Leaving {
+        AppPipe& pipe;
+        StreamWait& wait;
+        const bool isDue;
+        ~Leaving()
+        {
+            if (isDue)
+                pipe.removeWait(wait);
+        }
+    } const leaving{*this, wait, isTold};
+    for (;;) {
+        place.arm();
+        if (read(text))
+            return true;
+        const auto now = steady_clock::now();
+        if (now >= deadline)
+            return false;
+        place.wait(isTold ? deadline : std::min(deadline, now + milliseconds(1)));
+    }
+}
+
+/** Has `wait` woken when a text comes. False when the input is a program's own, which tells nobody. */
+bool AppPipe::addWait(StreamWait& wait)
+{
+    if (_source.isNull())
+        return false;
+    const MutexGuard guard(*_inputMutex);
+    StreamAccess::addWait(*_source, wait);
+    return true;
+}
+
+void AppPipe::removeWait(StreamWait& wait)
+{
+    const MutexGuard guard(*_inputMutex);
+    StreamAccess::removeWait(*_source, wait);
 }
 
 bool AppPipe::write(const String& text)
@@ -106,6 +156,8 @@ bool AppPipe::send(MemoryStream& draft)
             _output << text;
         } else if (!_queue->append(draft)) {
             THROW_EXCEPTION(-1, L"AppPipe: too many texts wait");
+        } else {
+            StreamAccess::wakeWaits(*_queue);
         }
         return true;
     } catch (const Exception& exception) {
@@ -129,7 +181,7 @@ struct AppBox::CommandUnderWay {
 AppBox::AppBox(const String& appName, const String& parameters)
     : _appName(appName)
     , _parameters(parameters)
-    , _clients(std::make_unique<AppClients>())
+    , _clients(std::make_unique<AppClients>(*_wait))
     , _commands(std::make_unique<CommandUnderWay[]>(mostCommands))
 {
     _exit = [](void* system) { static_cast<AppBox*>(static_cast<System*>(system))->AppBox::exit(); };
@@ -142,14 +194,23 @@ Unknown::Handle_T<AppBox> AppBox::createInstance(const String& appName, const St
     return new AppBox(appName, parameters);
 }
 
-void AppBox::addPipe(AppPipe* pipe) { _clients->add(pipe); }
+void AppBox::addPipe(AppPipe* pipe)
+{
+    _clients->add(pipe);
+    _wait->wake();
+}
 
-void AppBox::removePipe(AppPipe* pipe) { _clients->remove(pipe); }
+void AppBox::removePipe(AppPipe* pipe)
+{
+    _clients->remove(pipe);
+    _wait->wake();
+}
 
 void AppBox::onTick(unsigned int deltaMs)
 {
     if (_clients->isMoveDue())
         _clients->move();
+    _mustLookAgain = _clients->hasSilent();
     _hasWorkLeft = serve() || getState() == STATE_STOPPING; // nobody rests before the end either
     System::onTick(deltaMs);
 }
@@ -158,8 +219,10 @@ void AppBox::onTick(unsigned int deltaMs)
     itself, in which pipes come and go. */
 bool AppBox::serve()
 {
-    if (_commandCount == mostCommands || !_commands[_commandCount].reserve())
+    if (_commandCount == mostCommands || !_commands[_commandCount].reserve()) {
+        _mustLookAgain = true;
         return false;
+    }
     CommandUnderWay& command = _commands[_commandCount];
     unsigned int began = 0;
     bool hasBegun = false;
@@ -182,8 +245,10 @@ bool AppBox::serve()
                 command.nothing.tell(*pipe, "$NOTHING");
             if (getTimeTick() - began >= mostMillisToServe)
                 return true;
-            if (!command.reserve())
-                return false; // without memory for their answers the texts wait
+            if (!command.reserve()) { // without memory for their answers the texts wait
+                _mustLookAgain = true;
+                return false;
+            }
         } while (changes == _clients->changes() && getState() != STATE_STOPPING && ++served < textsPerTurn &&
                  pipe->read(text));
     }

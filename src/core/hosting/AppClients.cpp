@@ -88,6 +88,9 @@ void AppClients::carryOut(Change& change)
 
 void AppClients::link(Client& client) noexcept
 {
+    client.wait.place = &_place;
+    client.tells = client.pipe->addWait(client.wait);
+    _silent += client.tells ? 0 : 1;
     if (_turn == nullptr) {
         client.next = client.previous = _turn = &client;
     } else { // behind the others
@@ -101,6 +104,10 @@ void AppClients::link(Client& client) noexcept
 
 void AppClients::unlink(Client& client) noexcept
 {
+    if (client.tells)
+        client.pipe->removeWait(client.wait);
+    else
+        --_silent;
     client.next->previous = client.previous;
     client.previous->next = client.next;
     if (_turn == &client)

@@ -1,5 +1,6 @@
 #pragma once
 #include "AppWord.h"
+#include "memory/StreamPage.h"
 
 #include <atomic>
 #include <map>
@@ -12,7 +13,10 @@ namespace orvi {
     memory. */
 class AppClients {
 public:
-    AppClients() = default;
+    /** `place` is where the box waits. */
+    explicit AppClients(platform::LoopWait& place) noexcept
+        : _place(place)
+    {}
     ~AppClients();
     AppClients(const AppClients&) = delete;
     AppClients& operator=(const AppClients&) = delete;
@@ -25,12 +29,14 @@ public:
     // What follows is for the run thread alone.
 
     /** Whether pipes wait. */
-    bool isMoveDue() const noexcept { return _hasChanges.load(std::memory_order_acquire); }
+    bool isMoveDue() const noexcept { return _hasChanges.load(); }
     /** Lets pipes join and leave. A pipe whose handling throws is done with; the next call goes on with the others. */
     void move();
 
     /** How many are served. */
     int count() const noexcept { return _count; }
+    /** Whether a pipe is among them that does not tell when a text comes. */
+    bool hasSilent() const noexcept { return _silent > 0; }
     /** Counts pipes that joined or left. */
     unsigned int changes() const noexcept { return _changes; }
     /** The pipe whose turn it is; there must be one. */
@@ -54,6 +60,8 @@ private:
         // The run thread's own: the ring of those served; null outside.
         Client* next = nullptr;
         Client* previous = nullptr;
+        StreamWait wait{};
+        bool tells = false; // when a text comes
     };
     struct Change {
         Client* client = nullptr;
@@ -73,7 +81,9 @@ private:
     std::map<AppPipe*, Client> _clients;
     std::atomic<bool> _hasChanges = false;
 
+    platform::LoopWait& _place;
     int _count = 0;
+    int _silent = 0;
     unsigned int _changes = 0;
     Client* _turn = nullptr;
 };

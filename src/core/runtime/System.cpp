@@ -7,10 +7,12 @@
 #include "diagnostics/CrashReporter.h"
 #include "platform/diagnostics/FaultGuard.h"
 #include "platform/diagnostics/ThreadInfo.h"
+#include "platform/runtime/LoopWait.h"
 #include "platform/runtime/MessageQueue.h"
 #include "values/RandomSeed.h"
 
-#include <new>
+#include <algorithm>
+#include <chrono>
 #include <thread>
 #include <utility>
 
@@ -36,6 +38,7 @@ System::System()
     : _semaphore(Semaphore::createInstance())
     , _exit([](void* system) { static_cast<System*>(system)->System::exit(); })
     , _schedule(std::make_unique<TaskSchedule>())
+    , _wait(std::make_unique<platform::LoopWait>())
 {
     seedRandom();
 }
@@ -86,6 +89,7 @@ bool System::runStep(void (*step)(void*), void* argument)
     if (call.code == 0)
         return true;
     _schedule->losePasses(passes, _firstTask); // a fault leaves its pass without ending it
+    platform::MessageQueue::setWait(nullptr);  // or an inner loop, with the place where it waits
     runGuarded(
         [](void* failed) {
             const Call& told = *static_cast<const Call*>(failed);
@@ -154,7 +158,11 @@ void System::leave()
 
 void System::sleep(unsigned int ms) { _semaphore->wait(ms, true); }
 
-void System::waken() { _semaphore->signal(); }
+void System::waken()
+{
+    _semaphore->signal();
+    _wait->wake();
+}
 
 bool System::init()
 {
@@ -186,19 +194,50 @@ bool System::shutdown()
 {
     for (const EState state : {STATE_LOADED, STATE_STARTING, STATE_INITIALISED, STATE_RUNNING})
         advance(state, STATE_STOPPING);
-    _semaphore->signal();
+    waken();
     return true;
 }
 
 void System::tick()
 {
+    const bool canRest = _rests > 0;
+    if (canRest) {
+        platform::MessageQueue::setWait(_wait.get());
+        _wait->arm(); // before anything is looked at
+    }
     if (platform::MessageQueue::dispatch())
         return;
+    _hasWorkLeft = _mustLookAgain = false;
     const unsigned int now = getTimeTick();
     const unsigned int delta = _firstTick ? 0 : now - _lastTime;
     _firstTick = false;
     _lastTime = now;
     onTick(delta);
+    if (canRest)
+        rest();
+}
+
+/** Sleeps until a task is due by its time, or somebody wakes. */
+void System::rest()
+{
+    using namespace std::chrono;
+    if (_hasWorkLeft || getState() != STATE_RUNNING)
+        return;
+    if (!platform::MessageQueue::wakes(
+            *_wait)) // a task has run a loop of its own: what came meanwhile woke that
+        return;
+    std::uint64_t time = _schedule->timeToNext();
+    if (_mustLookAgain)
+        time = std::min<std::uint64_t>(time, 1);
+    auto deadline = platform::LoopWait::never;
+    if (time != TaskSchedule::never) {
+        const auto now = floor<milliseconds>(steady_clock::now()); // as getTimeTick counts
+        const unsigned int gone = static_cast<unsigned int>(now.time_since_epoch().count()) - _lastTime;
+        if (gone >= time)
+            return;
+        deadline = now + milliseconds(time - gone);
+    }
+    _wait->wait(deadline);
 }
 
 void System::onTick(unsigned int deltaMs)
@@ -208,7 +247,7 @@ void System::onTick(unsigned int deltaMs)
         const std::size_t depth = system._schedule->passes();
         ~Pass() { system._schedule->losePasses(depth, system._firstTask); } // does nothing after its end
     } const pass{*this};
-    const bool hasWorkLeft = std::exchange(_hasWorkLeft, false);
+    const bool hasWorkLeft = _hasWorkLeft;
     bool isIdle = !hasWorkLeft;
     _schedule->beginPass(deltaMs);
     while (TaskStatus* status = _schedule->next()) {
@@ -227,7 +266,7 @@ void System::onTick(unsigned int deltaMs)
         finishPass();
     // Where loops outnumber processors an idle one would otherwise turn through its whole time slice before the
     // next gets a turn: 100 boxes without a task took 19 s to start on two processors, and take 50 ms with this.
-    if (isIdle)
+    if (isIdle && _rests == 0)
         std::this_thread::yield();
 }
 
@@ -236,6 +275,7 @@ void System::addTask(TaskStatus* status)
 {
     _schedule->reserve(_taskCount + 1);
     ++_taskCount;
+    _rests += status->letsRest ? 1 : 0;
     status->order = ++_lastOrder;
     status->previous = _lastTask;
     (_lastTask != nullptr ? _lastTask->next : _firstTask) = status;
@@ -249,6 +289,7 @@ void System::removeTask(TaskStatus* status) noexcept
 {
     _schedule->remove(*status);
     --_taskCount;
+    _rests -= status->letsRest ? 1 : 0;
     if (_firstNew == status)
         _firstNew = status->next;
     Handle_T<TaskStatus>& place = status->previous != nullptr ? status->previous->next : _firstTask;

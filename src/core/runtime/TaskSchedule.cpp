@@ -12,6 +12,7 @@ System::TaskStatus::TaskStatus(System* owner, Task* started)
     : system(owner)
     , task(started)
     , onlyRests(typeid(*started) == typeid(Yield))
+    , letsRest(typeid(*started) == typeid(Rest))
 {}
 
 // ---- Heap
@@ -158,6 +159,12 @@ std::uint64_t System::TaskSchedule::now(std::uint64_t order) const noexcept
     return time;
 }
 
+std::uint64_t System::TaskSchedule::timeToNext() const noexcept
+{
+    const std::uint64_t next = _timed.isEmpty() ? never : std::max(_timed.topKey(), _clock) - _clock;
+    return _everyPass.isEmpty() ? next : std::min<std::uint64_t>(next, 1);
+}
+
 std::uint64_t System::TaskSchedule::elapsed(const TaskStatus& status) const noexcept
 {
     return now(status.order) - status.since;
@@ -198,6 +205,8 @@ void System::TaskSchedule::takeOut(TaskStatus& status) noexcept
 
 void System::TaskSchedule::add(TaskStatus& status) noexcept
 {
+    if (status.letsRest)
+        return;
     status.since = _clock;
     place(status);
 }

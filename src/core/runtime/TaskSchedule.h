@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace orvi {
@@ -19,7 +20,8 @@ public:
     const Unknown::Handle_T<Task> task;
     ETaskState state = TASK_RUNNING;
     unsigned int sleepTime = 0;
-    const bool onlyRests; // it has no turn while there is work left
+    const bool onlyRests; // a Yield: it has no turn while there is work left
+    const bool letsRest;  // a Rest: it has no turn at all
 
     // For the lists: of the tasks in order of starting, then of those stopped.
     Unknown::Handle_T<TaskStatus> next;
@@ -60,6 +62,10 @@ public:
     void passOver(TaskStatus& status) noexcept;
     void endPass() noexcept;
 
+    /** In milliseconds behind the last pass; `never` when no task waits for time. */
+    std::uint64_t timeToNext() const noexcept;
+    static constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+
     std::size_t passes() const noexcept { return _passes.size(); }
     /** Ends passes before their ends, down to so many: who was behind does not count them. `first` is the first of
         all tasks. */
@@ -95,6 +101,7 @@ private:
     class EveryPass {
     public:
         void reserve(std::size_t count) { _slots.reserve(2 * count); }
+        bool isEmpty() const noexcept { return _slots.size() == _empty; }
         void clear() noexcept;
         void add(TaskStatus& status) noexcept;
         void remove(const TaskStatus& status) noexcept;

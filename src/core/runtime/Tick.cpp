@@ -25,6 +25,8 @@ void Tick::onTick(unsigned int elapsedMs)
         place->callback(elapsedMs);
 }
 
+Unknown::Handle_T<Rest> Rest::createInstance() { return new Rest; }
+
 Unknown::Handle_T<Yield> Yield::createInstance() { return createInstance(1); }
 
 Unknown::Handle_T<Yield> Yield::createInstance(unsigned int time) { return new Yield(time); }

@@ -1,4 +1,6 @@
 #pragma once
+#include "LoopWait.h"
+
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -25,6 +27,12 @@ public:
     /** Runs one message that waits for the calling thread. False, at once, when there is none. */
     static bool dispatch();
 
+    /** A message to the calling thread wakes this place from now on, until another one or null comes; and null comes
+        with the end of a nested queue. */
+    static void setWait(LoopWait* wait);
+    /** Whether it is this place that a message wakes. */
+    static bool wakes(const LoopWait& wait) noexcept;
+
     /** False when that thread has no queue. Any thread. Throws std::bad_alloc with nothing changed. */
     static bool post(unsigned long threadId, std::function<void()> message);
 
@@ -34,6 +42,7 @@ private:
     std::mutex _mutex;
     std::optional<Messages> _messages;      // the first message makes it
     std::atomic<bool> _hasMessages = false; // the loop looks here before it takes the lock
+    LoopWait* _wait = nullptr;
     bool _isOpen = true;
     unsigned long _threadId = 0;   // kept: the child of a fork has another one
     MessageQueue* _next = nullptr; // of the same bucket

@@ -15,6 +15,7 @@ class App;
 class AppClients;
 class AppWord;
 class MemoryStream;
+struct StreamWait;
 
 /** One end of a two-way channel of texts. On the wire a text is UTF-8 in the binary form of a string. Each
     read and each write moves a whole text under the lock of its side. */
@@ -26,16 +27,22 @@ public:
     /** One text, if one is there. False, with a failure in the log, also for bytes that are none, and for a text
         that finds no memory: that text is lost, those behind it are whole. */
     bool read(String& text);
+    /** The same, but waits for a text until it comes or `timeoutMs` milliseconds are over; 0xFFFFFFFF has no
+        limit. Any number of threads may wait. Behind "$BYE" nothing comes. */
+    bool read(String& text, unsigned int timeoutMs);
     /** False, with a failure in the log, when the output does not take the text or memory is short. A MemoryStream
         takes a text whole or not at all. */
     bool write(const String& text);
 
 private:
     friend class AppBox;
+    friend class AppClients;
     friend class AppWord;
 
     bool isQueue() const noexcept { return !_queue.isNull(); }
     bool send(MemoryStream& draft);
+    bool addWait(StreamWait& wait);
+    void removeWait(StreamWait& wait);
 
     AppPipe(Input* input, const SharedPtr<Mutex>& inputMutex, Output* output,
             const SharedPtr<Mutex>& outputMutex);
@@ -43,6 +50,7 @@ private:
 
     InputStream _input;
     SharedPtr<Mutex> _inputMutex;
+    Unknown::Handle_T<MemoryStream> _source; // the input, where it is one: it tells those who wait
     OutputStream _output;
     SharedPtr<Mutex> _outputMutex;
     Unknown::Handle_T<MemoryStream>
@@ -62,7 +70,7 @@ private:
         box     $NOTHING                the text was no command
         box     $BYE                    the pipe has left or the box ends; always the last
 
-    A text is answered in the box's next pass, so the latency is that of its loop. Pipes that have many texts are
+    A text is answered in the box's next pass, so the latency is that of its loop; a box that rests is woken. Pipes that have many texts are
     served in turns. A pass serves for some 10 ms at most, then the tasks get their turn; where texts are left the
     next pass comes at once, and a Yield waits until there are none. A shutdown ends the serving: what waits behind
     it is not answered.

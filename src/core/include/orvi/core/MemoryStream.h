@@ -8,6 +8,7 @@ namespace orvi {
 
 class MemoryPage;
 class StreamPage;
+struct StreamWait;
 
 /** A block of `size` bytes with a position, at first 0. Fresh contents are undefined. */
 template <int size>
@@ -128,6 +129,8 @@ private:
     int _memoryCacheCount = 0; // the pages of the chain that are in memory
     bool _isQuiet =
         false; // for an owner that holds a lock while it writes: listeners of the log are foreign code
+
+    StreamWait* _waits = nullptr; // threads that wait for bytes
 
     friend struct StreamAccess;
 };

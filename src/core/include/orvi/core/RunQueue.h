@@ -11,7 +11,8 @@ namespace orvi {
     then.
 
     False, without keeping the closure, when the thread has no loop. Any thread, the run thread itself
-    included. A loop asleep in System::sleep goes on sleeping: wake it with System::waken. */
+    included. A resting loop wakes; one asleep in System::sleep goes on
+    sleeping: wake it with System::waken. */
 ORVI_API bool postToThread(unsigned long threadId, std::function<void()> closure);
 
 } // namespace orvi

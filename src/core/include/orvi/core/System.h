@@ -10,6 +10,10 @@
 
 namespace orvi {
 
+namespace platform {
+class LoopWait;
+}
+
 enum ETaskState {
     TASK_STOPPED = 0,  // not started, or stopped
     TASK_SLEEPING = 1, // no onTick until the sleep has run out or waken is called
@@ -25,7 +29,8 @@ enum ETaskState {
         system->start();  // returns when somebody has called shutdown()
         system->unload();
 
-    The loop never blocks by itself: a Yield task, or System::sleep in a hook, gives time back. What a tick
+    The loop never blocks by itself: a Rest task lets it sleep until something is due, a Yield task for a time at each of
+    its turns, System::sleep in a hook. What a tick
     throws is reported in the log, handed to onException as a code, and the loop goes on. So it does after a
     fault of the hardware in a tick, with the locks that the tick held still locked; the first fault of a process
     leaves a report (CrashReporter.h). What leaves init, run or exit is treated alike and ends this run alone: exit
@@ -57,6 +62,7 @@ public:
     /** Blocks the run thread until the time is over, waken or shutdown; takes all wake-ups that have
         gathered. */
     void sleep(unsigned int ms);
+    /** Wakes the loop where it sleeps or rests; a rest that is about to begin ends at once. */
     void waken();
 
     EState getState() const noexcept { return static_cast<EState>(_state.load() & ~underWay); }
@@ -108,6 +114,7 @@ private:
     bool runFrom(int expected);
     void turn();
     void leave();
+    void rest();
     void addTask(TaskStatus* status);
     void removeTask(TaskStatus* status) noexcept;
     void finishPass() noexcept;
@@ -118,8 +125,11 @@ private:
     Unknown::Handle_T<Semaphore> _semaphore;
     bool _firstTick = false;
     unsigned int _lastTime = 0; // getTimeTick of the last pass
-    bool _hasWorkLeft = false;  // the next pass shall not rest, but go on where work was left
-    void (*_exit)(void*);       // what the library's own class does in exit; gets the System
+    // What the tick under way has found, for the rest behind it.
+    bool _hasWorkLeft = false;   // there is none: the next tick goes on where work was left
+    bool _mustLookAgain = false; // it is short: something is due that wakes nobody
+    int _rests = 0;              // started tasks that let the loop rest
+    void (*_exit)(void*);        // what the library's own class does in exit; gets the System
 
     // Linked lists: to stop a task takes no memory.
     Unknown::Handle_T<TaskStatus> _firstTask; // in order of starting
@@ -130,6 +140,7 @@ private:
     Unknown::Handle_T<TaskStatus> _firstStopped;
     TaskStatus* _lastStopped = nullptr;
     const std::unique_ptr<TaskSchedule> _schedule;
+    const std::unique_ptr<platform::LoopWait> _wait;
 };
 
 /** Work that a System does bit by bit: override the hooks init, exit and onTick.

@@ -45,8 +45,10 @@ MessageQueue::MessageQueue() noexcept
 
 MessageQueue::~MessageQueue()
 {
-    if (_isNested)
+    if (_isNested) {
+        setWait(nullptr);
         return;
+    }
     t_queue = nullptr;
     Bucket& bucket = bucketOf(_threadId);
     {
@@ -71,7 +73,7 @@ bool MessageQueue::close()
 bool MessageQueue::dispatch()
 {
     MessageQueue* queue = t_queue;
-    if (queue == nullptr || !queue->_hasMessages.load(std::memory_order_acquire))
+    if (queue == nullptr || !queue->_hasMessages.load())
         return false;
     std::function<void()> message;
     {
@@ -83,6 +85,20 @@ bool MessageQueue::dispatch()
     }
     message();
     return true;
+}
+
+void MessageQueue::setWait(LoopWait* wait)
+{
+    MessageQueue* queue = t_queue;
+    if (queue == nullptr || queue->_wait == wait) // which this thread alone changes
+        return;
+    const std::lock_guard guard(queue->_mutex);
+    queue->_wait = wait;
+}
+
+bool MessageQueue::wakes(const LoopWait& wait) noexcept
+{
+    return t_queue != nullptr && t_queue->_wait == &wait;
 }
 
 bool MessageQueue::post(unsigned long threadId, std::function<void()> message)
@@ -101,7 +117,10 @@ bool MessageQueue::post(unsigned long threadId, std::function<void()> message)
     if (!queue->_messages)
         queue->_messages.emplace();
     queue->_messages->push_back(std::move(message));
-    queue->_hasMessages.store(true, std::memory_order_release);
+    if (!queue->_hasMessages.load(std::memory_order_relaxed))
+        queue->_hasMessages.store(true);
+    if (queue->_wait != nullptr)
+        queue->_wait->wake();
     return true;
 }
 
