@@ -32,26 +32,28 @@ Handle_T<File> openFile(const String& name, int flags)
 
 } // namespace
 
-TEST_CASE("a file has a name while it is open, and gives -1 without a word when it is closed")
+TEST_CASE("a file has a name while it is open, and without a word gives -1 when it is closed")
 {
     const TempDirectory directory;
     const String name = directory.name("Журнал 日本.bin");
     const RecordingLog log;
     const Handle_T<File> file = openFile(name, File::readWrite | File::create);
     CHECK(file->getFileName() == name);
+    CHECK(file->write(nullptr, 1) == 0); // from nowhere
+    CHECK((file->read(nullptr, 1) == 0 && file->write("x", -1) == 0 && file->write(nullptr, 0) == 0));
+    CHECK(log.errors() == Texts{L"Write file error! errno(22) EINVAL: Invalid argument. File:" + name});
     CHECK(put(*file, "hello world") == 11);
     file->close();
     file->close();
     CHECK(directory.read("Журнал 日本.bin") == "hello world");
-    CHECK(file->isInvalid());
-    CHECK(file->getFileName().isEmpty());
+    CHECK((file->isInvalid() && file->getFileName().isEmpty()));
     CHECK_FALSE(file->eof());
     char byte = 0;
     for (const int result :
          {file->available(), file->peek(&byte, 1), file->read(&byte, 1), file->write(&byte, 1),
           file->getArchiveSize(), file->getPosition(), file->setPosition(0)})
         CHECK(result == -1);
-    CHECK(log.lines().empty());
+    CHECK(log.lines().size() == 1);
 }
 
 TEST_CASE("what does not open says why and leaves the file closed")
@@ -59,23 +61,21 @@ TEST_CASE("what does not open says why and leaves the file closed")
     const TempDirectory directory;
     directory.write("there");
     const String there = directory.name("there");
-    const auto check = [&](const String& name, int flags, const Texts& reasons) {
+    const auto check = [&](const String& name, int flags, const String& reason) {
         CAPTURE(name);
         const Handle_T<File> file = openFile(there, File::readOnly);
         const RecordingLog log;
         CHECK_FALSE(file->open(name, flags, all));
-        CHECK(file->isInvalid());
-        CHECK(file->getFileName().isEmpty());
-        CHECK(log.lines().size() == reasons.size());
-        for (const String& reason : reasons)
-            CHECK(log.errors() == Texts{L"Open file error! " + reason + L" File:" + name});
+        CHECK((file->isInvalid() && file->getFileName().isEmpty()));
+        const Texts errors(reason.isEmpty() ? 0 : 1, L"Open file error! " + reason + L" File:" + name);
+        CHECK(log.errors() == errors);
     };
-    check(L"", File::readOnly, {});
-    check(directory.name("missing"), File::readOnly, {L"ENOENT: No such file or directory."});
-    check(there, File::readWrite | File::create | File::exclusive, {L"EEXIST: File exists."});
-    check(directory.name("."), File::readOnly, {L"EISDIR: Is a directory."});
-    check(there, 3, {L"EINVAL: Invalid argument."});
-    check(there, File::truncate, {L"EINVAL: Invalid argument."}); // only to read
+    check(L"", File::readOnly, L"");
+    check(directory.name("missing"), File::readOnly, L"ENOENT: No such file or directory.");
+    check(there, File::readWrite | File::create | File::exclusive, L"EEXIST: File exists.");
+    check(directory.name("."), File::readOnly, L"EISDIR: Is a directory.");
+    check(there, 3, L"EINVAL: Invalid argument.");
+    check(there, File::truncate, L"EINVAL: Invalid argument."); // only to read
     CHECK(directory.read("there") == "x");
 }
 
@@ -112,10 +112,9 @@ TEST_CASE("the mode gives permissions to a new file, under the mask of the proce
     const mode_t before = umask(027);
     const int expected[] = {0, 0440, 0200, 0640};
     for (int mode = 0; mode < 4; ++mode) {
-        const std::string name = std::to_string(mode);
-        CHECK(
-            File::createInstance()->open(directory.name(name.c_str()), File::writeOnly | File::create, mode));
-        CHECK(std::filesystem::status(directory.path() / name).permissions() ==
+        const String name = directory.name(std::to_string(mode).c_str());
+        CHECK(File::createInstance()->open(name, File::writeOnly | File::create, mode));
+        CHECK(std::filesystem::status(StringHelper::wideToUtf8(name).getBuffer()).permissions() ==
               std::filesystem::perms(expected[mode]));
     }
     umask(before);
@@ -138,27 +137,22 @@ TEST_CASE("a file agrees with a plain array, whatever the order and the sizes")
                                     static_cast<char>('a' + step % 26));
             const int size = static_cast<int>(bytes.size());
             const std::string next = model.substr(std::min(position, model.size()), bytes.size());
-            switch (random() % 5) {
-            case 0:
-                REQUIRE(take(*file, size) == next);
-                REQUIRE(file->eof() == (next.size() < bytes.size()));
+            const auto kind = random() % 5;
+            if (kind == 0) {
+                REQUIRE((take(*file, size) == next && file->eof() == (next.size() < bytes.size())));
                 position += next.size();
-                break;
-            case 1:
+            } else if (kind == 1) {
                 REQUIRE(look(*file, size) == next);
                 REQUIRE_FALSE(file->eof());
-                break;
-            case 2:
+            } else if (kind == 2) {
                 position = random() % (model.size() + 50);
                 REQUIRE(file->setPosition(static_cast<int>(position)) == static_cast<int>(position));
-                break;
-            default:
+            } else {
                 REQUIRE(put(*file, bytes) == size);
                 position = append != 0 ? model.size() : position;
                 model.resize(std::max(model.size(), position + bytes.size()));
                 model.replace(position, bytes.size(), bytes);
                 position += bytes.size();
-                break;
             }
             REQUIRE(file->getPosition() == static_cast<int>(position));
             REQUIRE(file->getArchiveSize() == static_cast<int>(model.size()));
@@ -180,8 +174,7 @@ TEST_CASE("bytes that others append are seen at the end")
     CHECK(take(*reader, 100) == "two\n");
     CHECK(writer->getArchiveSize() == 8);
     writer->close();
-    CHECK(reader->available() == 4);
-    CHECK(take(*reader, 100) == "one\n");
+    CHECK((reader->available() == 4 && take(*reader, 100) == "one\n"));
 }
 
 TEST_CASE("sizes and positions beyond an int are failures, never other numbers")
@@ -191,11 +184,9 @@ TEST_CASE("sizes and positions beyond an int are failures, never other numbers")
     const RecordingLog log;
     const Handle_T<File> file = openFile(name, File::readWrite | File::create);
     CHECK(file->setPosition(maxInt - 5) == maxInt - 5);
-    CHECK(put(*file, "1234567890") == 5);
-    CHECK(errno == EFBIG);
+    CHECK((put(*file, "1234567890") == 5 && errno == EFBIG));
     CHECK(put(*file, std::string(10000, 'x')) == 0);
-    CHECK(file->getPosition() == maxInt);
-    CHECK(file->getArchiveSize() == maxInt);
+    CHECK((file->getPosition() == maxInt && file->getArchiveSize() == maxInt));
     CHECK(file->setPosition(-1) == -1);
     file->close();
     CHECK(getFileSize(name) == maxInt);
@@ -205,18 +196,14 @@ TEST_CASE("sizes and positions beyond an int are failures, never other numbers")
     CHECK(file->getArchiveSize() == -1);
     CHECK(log.errors() == Texts{L"Set file position(-1,0) error! EINVAL: Invalid argument. File:" + name,
                                 L"Get file position error! EFBIG: File too large. File:" + name});
-    CHECK(file->available() == -1);
-    CHECK(file->setPosition(maxInt - 1) == maxInt - 1);
-    CHECK(take(*file, 10).size() == 1);
-    CHECK_FALSE(file->eof());
+    CHECK((file->available() == -1 && file->setPosition(maxInt - 1) == maxInt - 1));
+    CHECK((take(*file, 10).size() == 1 && !file->eof()));
     CHECK(put(*openFile(name, File::writeOnly | File::append), "x") == 0);
 
     int size = 0;
     Time created, modified;
-    CHECK(isFileExists(name));
-    CHECK(getFileSize(name) == -1);
-    CHECK_FALSE(getFileInfo(name, size, created, modified));
-    CHECK(size == -1);
+    CHECK((isFileExists(name) && getFileSize(name) == -1));
+    CHECK((!getFileInfo(name, size, created, modified) && size == -1));
 }
 
 TEST_CASE("a limit on the size of files cuts a write short, loses nothing in front and sends no signal")
@@ -224,23 +211,19 @@ TEST_CASE("a limit on the size of files cuts a write short, loses nothing in fro
     const TempDirectory directory;
     const RecordingLog log;
     const Handle_T<File> file = openFile(directory.name("file"), File::readWrite | File::create);
+    const std::string direct(9000, 'a'), buffered = std::string(1000, 'b') + std::string(1000, 'c');
     rlimit before{};
     REQUIRE(getrlimit(RLIMIT_FSIZE, &before) == 0);
     const rlimit small{10000, before.rlim_max};
     REQUIRE(setrlimit(RLIMIT_FSIZE, &small) == 0);
-    const int direct = put(*file, std::string(9000, 'a'));
-    const int buffered = put(*file, std::string(1000, 'b') + std::string(1000, 'c'));
-    const int position = file->setPosition(0);
+    CHECK(put(*file, direct) == 9000);
+    CHECK((put(*file, buffered) == 2000 && file->setPosition(0) == -1));
     CHECK(setrlimit(RLIMIT_FSIZE, &before) == 0);
-    CHECK(direct == 9000);
-    CHECK(buffered == 2000);
-    CHECK(position == -1);
     CHECK(file->setPosition(0) == 0); // the limit is gone: what waited gets its second try
-    CHECK(directory.read("file") == std::string(9000, 'a') + std::string(1000, 'b') + std::string(1000, 'c'));
+    CHECK(directory.read("file") == direct + buffered);
 
     const Handle_T<File> full = openFile(L"/dev/full", File::writeOnly);
-    CHECK(put(*full, "waits") == 5);
-    CHECK(put(*full, std::string(20000, 'x')) < 20000);
+    CHECK((put(*full, "waits") == 5 && put(*full, std::string(20000, 'x')) < 20000));
     full->close();
     CHECK(full->isInvalid());
     CHECK(log.errors() ==
@@ -251,17 +234,13 @@ TEST_CASE("a limit on the size of files cuts a write short, loses nothing in fro
 TEST_CASE("with the standard streams closed no file gets their numbers, and what is printed goes into none")
 {
     const TempDirectory directory;
-    for (const int closed : {1, 2, 4, 6, 7}) { // the bits of the streams
-        CAPTURE(closed);
+    for (const auto& closed : std::initializer_list<std::vector<int>>{{0}, {1}, {2}, {1, 2}, {0, 1, 2}}) {
         CHECK(succeedsInChild([&] {
-            for (const int stream : {0, 1, 2})
-                if ((closed >> stream & 1) != 0)
-                    close(stream);
+            for (const int stream : closed)
+                close(stream);
             const auto areFree = [&] {
-                bool result = true;
-                for (const int stream : {0, 1, 2})
-                    result &= (closed >> stream & 1) == 0 || fcntl(stream, F_GETFD) < 0;
-                return result;
+                return std::all_of(closed.begin(), closed.end(),
+                                   [](int stream) { return fcntl(stream, F_GETFD) < 0; });
             };
             const Handle_T<File> file = openFile(directory.name("file"), File::readWrite | File::create);
             const Handle_T<TempFile> temporary = TempFile::createTempFile();
@@ -278,19 +257,6 @@ TEST_CASE("with the standard streams closed no file gets their numbers, and what
     }
 }
 
-TEST_CASE("a transfer from nowhere is refused")
-{
-    const RecordingLog log;
-    const Handle_T<File> file = TempFile::createTempFile();
-    const int size = file->write(nullptr, 1);
-    CHECK(log.errors() ==
-          Texts{L"Write file error! errno(22) EINVAL: Invalid argument. File:" + file->getFileName()});
-    for (const int result : {size, file->read(nullptr, 1), file->write("x", -1), file->write(nullptr, 0)})
-        CHECK(result == 0);
-    CHECK(file->getArchiveSize() == 0);
-    CHECK(log.lines().size() == 1);
-}
-
 TEST_CASE("a pipe opens and is read without waiting, and has no position")
 {
     const TempDirectory directory;
@@ -300,14 +266,11 @@ TEST_CASE("a pipe opens and is read without waiting, and has no position")
     Handle_T<File> reader = openFile(name, File::readOnly);
     const Handle_T<File> writer = openFile(name, File::writeOnly);
     const RecordingLog log;
-    CHECK(take(*reader, 1).empty());
-    CHECK_FALSE(reader->eof());
+    CHECK((take(*reader, 1).empty() && !reader->eof()));
     CHECK(put(*writer, "hello") == 5);
-    CHECK(take(*reader, 2) == "he");
-    CHECK(take(*reader, 100) == "llo");
+    CHECK((take(*reader, 2) == "he" && take(*reader, 100) == "llo"));
     const int room = put(*writer, std::string(1000000, 'x'));
-    CHECK(room > 0);
-    CHECK(room < 1000000);
+    CHECK((room > 0 && room < 1000000));
     CHECK(log.lines().empty());
     char byte = 0;
     for (const int result : {reader->getPosition(), reader->getArchiveSize(), reader->available(),
@@ -317,15 +280,13 @@ TEST_CASE("a pipe opens and is read without waiting, and has no position")
     CHECK(log.lines().size() == 5);
 
     reader.setNull();
-    CHECK(put(*writer, "x") == 0); // no signal ends the process
-    CHECK(errno == EPIPE);
+    CHECK((put(*writer, "x") == 0 && errno == EPIPE)); // no signal ends the process
 }
 
 TEST_CASE("a TempFile takes its file along, unless it was closed")
 {
     const RecordingLog log;
     Handle_T<TempFile> file = TempFile::createTempFile();
-    REQUIRE_FALSE(file.isNull());
     const String name = file->getFileName();
     CHECK(put(*file, "abc") == 3);
     CHECK(succeedsInChild([&] { file.setNull(); }));
@@ -335,7 +296,6 @@ TEST_CASE("a TempFile takes its file along, unless it was closed")
 
     file = TempFile::createTempFile();
     const String kept = file->getFileName();
-    CHECK(kept != name);
     file->close();
     file.setNull();
     CHECK(std::remove(StringHelper::wideToUtf8(kept)) == 0);
@@ -344,8 +304,7 @@ TEST_CASE("a TempFile takes its file along, unless it was closed")
     CHECK(succeedsInChild([&] {
         setenv("TMPDIR", "/no/such/directory", 1);
         REQUIRE(TempFile::createTempFile().isNull());
-        REQUIRE(log.errors().size() == 2);
-        REQUIRE(log.errors()[1] == L"Create temp file error!");
+        REQUIRE((log.errors().size() == 2 && log.errors()[1] == L"Create temp file error!"));
     }));
 }
 
@@ -358,18 +317,12 @@ TEST_CASE("questions about a path")
     int size = 0;
     Time created, modified;
     CHECK(isFileExists(directory.name("")));
-    CHECK(getFileInfo(directory.name("file"), size, created, modified));
-    CHECK(size == 5);
-    for (const Time& time : {created, modified}) {
-        CHECK(time.getValue() >= before - 2); // the clock of the file system is a coarse one
-        CHECK(time.getValue() <= orvi::time(nullptr));
-    }
+    CHECK((getFileInfo(directory.name("file"), size, created, modified) && size == 5));
+    for (const Time& time : {created, modified}) // the clock of the file system is a coarse one
+        CHECK((time.getValue() >= before - 2 && time.getValue() <= orvi::time(nullptr)));
     for (const String& missing : {directory.name("missing"), String()}) {
-        CHECK_FALSE(isFileExists(missing));
-        CHECK_FALSE(getFileInfo(missing, size, created, modified));
-        CHECK(size == -1);
-        CHECK(created.getValue() == getTimeBias());
-        CHECK(modified.getValue() == getTimeBias());
+        CHECK((!isFileExists(missing) && !getFileInfo(missing, size, created, modified) && size == -1));
+        CHECK((created.getValue() == getTimeBias() && modified.getValue() == getTimeBias()));
     }
     CHECK(log.lines().empty());
     CHECK(getFileSize(nullptr) == -1);
@@ -385,8 +338,6 @@ TEST_CASE("the text of an error follows its meaning")
     CHECK(textOf(0).isEmpty());
     CHECK(textOf(26) == L"UNKNOWN: Unknown error(26).");
     CHECK(textOf(EDEADLK) == L"EDEADLK: Resource deadlock would occur."); // the first whose number differs
-    CHECK(textOf(ENAMETOOLONG) == L"ENAMETOOLONG: Filename too long.");
-    CHECK(textOf(EILSEQ) == L"EILSEQ: Illegal byte sequence.");
     CHECK(textOf(80) == L"STRUNCATE: String was truncated");
     for (const int unknown : {ELOOP, -1, 100000})
         CHECK(textOf(unknown) == L"UNKNOWN: Unknown error");

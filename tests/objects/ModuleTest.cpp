@@ -1,13 +1,9 @@
-#include "TextPrinting.h"
-
 #include "RecordingLog.h"
+#include "TextPrinting.h"
 
 #include <orvi/core/Core.h>
 
 #include <dlfcn.h>
-
-#include <algorithm>
-#include <vector>
 
 using namespace orvi;
 
@@ -15,12 +11,7 @@ namespace {
 
 using Registry = Unknown::RtFactory;
 
-bool isRegistered(const wchar_t* name)
-{
-    std::vector<String> names;
-    Registry::getRtClassNames(names);
-    return std::count(names.begin(), names.end(), String(name)) == 1;
-}
+bool isRegistered(const wchar_t* name) { return !Registry::createClassInstance(name).isNull(); }
 
 /** How many of a type and of its two collections are registered. */
 int countOf(const wchar_t* type)
@@ -54,7 +45,6 @@ TEST_CASE("a module's classes and converters come and go with it, and the librar
         CHECK(PropertyHelper::convertToString(PropertyHelper::convertToClass(text), false) == text);
         {
             const Handle_T<Unknown> visitor = Registry::createClassInstance(L"Visitor");
-            REQUIRE(!visitor.isNull());
             CHECK(visitor->clone()->getClassId() == visitor->getClassId());
             CHECK(Registry::createClassInstance(visitor->getClassId()) != nullptr);
         }

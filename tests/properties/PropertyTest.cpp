@@ -1,10 +1,9 @@
-#include "TextPrinting.h"
-
+#include "JsonText.h"
 #include "RecordingLog.h"
 #include "TempDirectory.h"
+#include "TextPrinting.h"
 
 #include <orvi/core/Core.h>
-#include <orvi/core/Json.h>
 
 #include <atomic>
 #include <thread>
@@ -56,20 +55,16 @@ ORVI_DEFINE_PROPERTY(Robot)
     table.add(L"weight", &Robot::weight);
 }
 
-/** Tells when it goes. */
 class Tracker : public Property {
     ORVI_DECLARE_PROPERTY(Tracker, Property);
 
 public:
-    Handle_T<Tracker> next;
-    std::vector<Handle_T<Tracker>> others;
-    static int alive;
-
-protected:
     Tracker() { ++alive; }
     ~Tracker() override { --alive; }
+    Handle_T<Tracker> next;
+    std::vector<Handle_T<Tracker>> others;
+    inline static int alive = 0;
 };
-int Tracker::alive = 0;
 ORVI_DEFINE_PROPERTY(Tracker)
 {
     table.add(L"next", &Tracker::next);
@@ -103,30 +98,17 @@ class Early : public Property {
 const String early = PropertyHelper::convertToString(Early::createInstance(), false);
 ORVI_DEFINE_PROPERTY(Early) { table.add(L"number", &Early::_number); }
 
-JsonValue parsed(const wchar_t* text)
+/** Where a document keeps what the object holds. */
+JsonValue& placeIn(JsonValue& document, const String& key)
 {
-    JsonValue value;
-    REQUIRE(Json::parseValue(text, value) != nullptr);
-    return value;
+    return key == L"others" ? document[key][0] : document[key];
 }
 
-JsonValue nestedDocument(int depth, const String& key)
-{
-    JsonValue document;
-    for (int i = 0; i < depth; ++i) {
-        JsonValue outer;
-        outer[L"__class__"] = L"Tracker";
-        (key == L"others" ? outer[key][0] : outer[key]).swap(document);
-        document.swap(outer);
-    }
-    return document;
-}
-
-int depthOf(const JsonValue& document, const String& key)
+int depthOf(JsonValue document, const String& key)
 {
     int depth = 0;
-    for (const JsonValue* value = &document; value->isObject(); ++depth)
-        value = (*value)[key].isArray() ? &(*value)[key][0] : &(*value)[key];
+    for (JsonValue* value = &document; value->isObject(); ++depth)
+        value = &placeIn(*value, key);
     return depth;
 }
 
@@ -136,7 +118,7 @@ String textOf(const Property* object) { return PropertyHelper::convertToString(o
 
 TEST_CASE("an object becomes a document and a document an object")
 {
-    const Handle_T<Robot> robot = Robot::createInstance();
+    const Handle_T<Robot> robot = new Robot;
     robot->layer = Layer::createInstance();
     robot->layer->name = L"roof";
     robot->parts = {Shape::createInstance(), nullptr};
@@ -148,21 +130,18 @@ TEST_CASE("an object becomes a document and a document an object")
     CHECK(textOf(robot) == text);
     const Handle_T<Property> again = PropertyHelper::convertToClass(text);
     REQUIRE(!again.isNull());
-    CHECK(again->getReferenceCount() == 1);
-    CHECK(again->getPropertyType() == L"Robot");
+    CHECK((again->getReferenceCount() == 1 && again->getPropertyType() == L"Robot"));
     CHECK(textOf(again) == text);
-
     CHECK(early == L"{\"__class__\":\"Early\",\"number\":1}");
 }
 
 TEST_CASE("import merges, and members take the class that their document names")
 {
-    const Handle_T<Robot> robot = Robot::createInstance();
+    const Handle_T<Robot> robot = new Robot;
     robot->importProperty(parsed(L"{\"__class__\":\"Other\",\"legs\":7,\"layer\":{\"__class__\":\"Layer\"},"
                                  L"\"friend\":{\"__class__\":\"Robot\",\"weight\":9},\"x\":1}"));
     CHECK((robot->ownLegs == 7 && robot->legs == 4 && robot->weight == 3)); // Shape's legs are hidden
-    REQUIRE(!robot->other.isNull());
-    CHECK(robot->other->weight == 9);
+    CHECK((!robot->other.isNull() && robot->other->weight == 9));
     robot->importProperty(parsed(L"{\"weight\":1}"));
     robot->importProperty(parsed(L"[1]"));
     CHECK(!robot->layer.isNull());
@@ -171,8 +150,7 @@ TEST_CASE("import merges, and members take the class that their document names")
         L"{\"__class__\":\"Shape\",\"parts\":[{\"__class__\":\"Robot\"},{\"__class__\":\"Layer\"},{},5]}");
     REQUIRE(shape->parts.size() == 4);
     CHECK(!Handle_T<Robot>(shape->parts[0]).isNull());
-    for (const std::size_t index : {1U, 2U, 3U})
-        CHECK(shape->parts[index].isNull());
+    CHECK((shape->parts[1].isNull() && shape->parts[2].isNull() && shape->parts[3].isNull()));
 }
 
 TEST_CASE("a table has its own attributes and those of its bases")
@@ -211,13 +189,11 @@ TEST_CASE("what is wrong with one member leaves the others alone")
     };
     for (const auto& row : rows) {
         CAPTURE(row.member);
-        const Handle_T<Robot> robot = Robot::createInstance();
+        const Handle_T<Robot> robot = new Robot;
         const Handle_T<Layer> layer = robot->layer = Layer::createInstance();
         const RecordingLog log;
         robot->importProperty(parsed(String(L"{\"a\":1,") + row.member + L",\"weight\":8,\"z\":2}"));
-        CHECK(robot->weight == 8);
-        CHECK(robot->layer == layer);
-        CHECK(robot->ownLegs == 2);
+        CHECK((robot->weight == 8 && robot->layer == layer && robot->ownLegs == 2));
         REQUIRE(log.lines().size() == row.errors.size());
         for (std::size_t i = 0; i < row.errors.size(); ++i)
             CHECK(log.errors()[i].find(row.errors[i]) == 0);
@@ -235,18 +211,16 @@ TEST_CASE("a converter that throws has cleared the member, and an unknown type h
     CHECK((document.size() == 3 && document[L"opaque"].isNull() && document[L"zeal"] == 2));
     const std::vector<String> errors = log.errors();
     REQUIRE(errors.size() == 3);
-    CHECK(errors[0].find(L"void PropertyAttribute::set(") == 0);
     CHECK(errors[0].find(L" @ (anonymous namespace)::Opaque (anonymous namespace)::Holder::opaque") > 0);
     CHECK(errors[2].find(L"void PropertyAttribute::get(") == 0);
 }
 
 TEST_CASE("attributes refuse objects of other classes and types that nobody knows")
 {
-    const Handle_T<Robot> robot = Robot::createInstance();
+    const Handle_T<Robot> robot = new Robot;
     IPropertyAttribute& weight = *robot->getPropertyAttributes().find(L"weight")->second;
     JsonValue value(5);
-    for (const Handle_T<Property>& object :
-         {Handle_T<Property>(Layer::createInstance()), Handle_T<Property>()}) {
+    for (const Handle_T<Property>& object : {Handle_T<Property>(new Layer), Handle_T<Property>()}) {
         CHECK_THROWS_AS(weight.set(object, weight.getPropertyConverter(), value), Exception);
         CHECK_THROWS_AS(weight.get(object, weight.getPropertyConverter(), value), Exception);
     }
@@ -261,29 +235,31 @@ TEST_CASE("attributes refuse objects of other classes and types that nobody know
     CHECK(robot->layer.isNull());
 }
 
-TEST_CASE("objects that hold each other end")
+TEST_CASE("nesting has a bound, in documents and in objects, and objects that hold each other end")
 {
-    const Handle_T<Tracker> one = Tracker::createInstance();
-    const Handle_T<Tracker> two = Tracker::createInstance();
+    const Handle_T<Tracker> one = new Tracker, two = new Tracker;
     one->next = two;
     two->next = one;
-    two->others = {one, two, Tracker::createInstance()};
+    two->others = {one, two, new Tracker};
     const RecordingLog log;
     CHECK(textOf(one) == L"{\"__class__\":\"Tracker\",\"next\":{\"__class__\":\"Tracker\"},\"others\":[]}");
     CHECK(log.errors() ==
           std::vector<String>(2, L"void Property::exportProperty(JsonValue &) An object holds itself!"));
     one->next.setNull();
     two->others.clear();
-}
-
-TEST_CASE("nesting has a bound, in documents and in objects")
-{
+    const int before = Tracker::alive;
     for (const wchar_t* key : {L"next", L"others"}) {
         CAPTURE(key);
-        const JsonValue deep = nestedDocument(3000, key);
-        const RecordingLog log;
+        JsonValue deep;
+        for (int i = 0; i < 3000; ++i) {
+            JsonValue outer;
+            outer[L"__class__"] = L"Tracker";
+            placeIn(outer, key).swap(deep);
+            deep.swap(outer);
+        }
+        log.clear();
         Handle_T<Tracker> object = PropertyHelper::convertPropertyToClass(deep);
-        CHECK(Tracker::alive == 1024);
+        CHECK(Tracker::alive == before + 1024);
         JsonValue document;
         object->exportProperty(document);
         CHECK(depthOf(document, key) == 1024);
@@ -296,7 +272,7 @@ TEST_CASE("nesting has a bound, in documents and in objects")
               std::vector<String>{L"void Property::importProperty(JsonValue const &) Nested too deep!",
                                   L"void Property::exportProperty(JsonValue &) Nested too deep!"});
     }
-    CHECK(Tracker::alive == 0);
+    CHECK(Tracker::alive == before);
 }
 
 TEST_CASE("objects on streams and in files")
@@ -306,8 +282,8 @@ TEST_CASE("objects on streams and in files")
     const Handle_T<Layer> layer = Layer::createInstance();
     layer->name = L"Dach \x00FC";
     const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-    CHECK(PropertyHelper::write(layer, stream, true));
-    CHECK(textOf(PropertyHelper::read(stream)) == textOf(layer));
+    CHECK((PropertyHelper::write(layer, stream, true) &&
+           textOf(PropertyHelper::read(stream)) == textOf(layer)));
     const TempDirectory directory;
     CHECK(PropertyHelper::save(layer, directory.name("layer"), false));
     CHECK(textOf(PropertyHelper::load(directory.name("layer"))) == textOf(layer));
@@ -328,14 +304,12 @@ TEST_CASE("many threads use a class for the first time")
     std::atomic<int> good = 0;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&good] {
-            for (int round = 0; round < 50; ++round) {
-                const Handle_T<Property> late = PropertyHelper::convertToClass(
-                    L"{\"__class__\":\"Late\",\"layer\":{\"__class__\":\"Layer\"},\"own\":2}");
-                good += late->getPropertyAttributes().size() == 4 && !Handle_T<Late>(late)->layer.isNull();
-            }
+            const Handle_T<Property> late = PropertyHelper::convertToClass(
+                L"{\"__class__\":\"Late\",\"layer\":{\"__class__\":\"Layer\"},\"own\":2}");
+            good += late->getPropertyAttributes().size() == 4 && !Handle_T<Late>(late)->layer.isNull();
         });
     }
     for (std::thread& thread : threads)
         thread.join();
-    CHECK(good == 4 * 50);
+    CHECK(good == 4);
 }

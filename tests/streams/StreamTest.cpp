@@ -14,7 +14,6 @@ using namespace orvi;
 
 namespace streamtest {
 
-/** A chain of objects on a stream. */
 class Link : public Unknown {
     ORVI_DECLARE_CLASS(Link);
 
@@ -36,10 +35,9 @@ class UnregisteredLink : public Link {};
 
 } // namespace streamtest
 
-namespace {
+using streamtest::Link, streamtest::NamedLink;
 
-using streamtest::Link;
-using streamtest::NamedLink;
+namespace {
 
 /** What the exception of an action says; empty when it throws none. */
 template <class Action>
@@ -89,8 +87,7 @@ void checkForm(const T& value, const std::string& hex)
     InputStream is(io);
     T copy{};
     is >> copy;
-    CHECK((copy == value));
-    CHECK(io->available() == 0);
+    CHECK((copy == value && io->available() == 0));
 }
 
 template <class T>
@@ -107,11 +104,9 @@ static_assert(!Writable<const char*> && !Writable<void*> && !Writable<Link*> && 
 TEST_CASE("values have one form on a stream")
 {
     checkForm('A', "41");
-    checkForm<std::int8_t>(-2, "FE");
     checkForm<std::uint16_t>(0x1234, "34 12");
     checkForm<std::int32_t>(-2, "FE FF FF FF");
     checkForm<std::uint64_t>(0x0102030405060708, "08 07 06 05 04 03 02 01");
-    checkForm<long long>(-2, "FE FF FF FF FF FF FF FF");
     checkForm(1.0F, "00 00 80 3F");
     checkForm(1.0, "00 00 00 00 00 00 F0 3F");
     std::uint16_t small = 1;
@@ -120,10 +115,8 @@ TEST_CASE("values have one form on a stream")
           L"orvi::OutputStream& operator<<(orvi::OutputStream &os, const uint16_t &i)");
 
     checkForm(String_T<char>("abc"), "06 61 62 63");
-    checkForm(String_T<char>(), "00");
     checkForm(String(), "00");
     checkForm(String(L"\u0416"), "04 D0 96");
-    checkForm(String_T<unsigned char>(), "00");
     checkForm(String_T<unsigned char>(0xE9), "04 C3 A9");
     String_T<char> withNul;
     withNul.setBuffer("a\0b", 3);
@@ -147,12 +140,9 @@ TEST_CASE("values have one form on a stream")
 TEST_CASE("a Varint is short for numbers close to 0, and reads what others may write")
 {
     const std::pair<std::int64_t, const char*> rows[] = {
-        {0, "00"},
         {-1, "01"},
-        {63, "7E"},
         {-64, "7F"},
         {64, "80 01"},
-        {300, "D8 04"},
         {2147483647, "FE FF FF FF 0F"},
         {-2147483648, "FF FF FF FF 0F"},
         {std::numeric_limits<std::int64_t>::max(), "FE FF FF FF FF FF FF FF FF 01"},
@@ -166,23 +156,20 @@ TEST_CASE("a Varint is short for numbers close to 0, and reads what others may w
     const String tooLong = L"Tyis& operator >>(Tyis &is, Varint_T &v)";
     const String cutShort = L"orvi::InputStream& operator>>(orvi::InputStream &is,uint8_t &i)";
     Varint small(7);
+    Varint64 big(7);
     CHECK(readFailure(bytesOf("FF FF FF FF FF 01"), small) == tooLong);
     CHECK(readFailure(bytesOf("FF FF"), small) == cutShort);
-    CHECK(small == 7);
-    CHECK(readFailure(bytesOf("82 80 80 80 00"), small).isEmpty()); // not minimal
-    CHECK(small == 1);
-    CHECK(readFailure(bytesOf("FF FF FF FF 1F"), small).isEmpty()); // bits beyond 32
-    CHECK(small == std::numeric_limits<std::int32_t>::min());
-    Varint64 big(7);
     CHECK(readFailure(std::string(11, '\x80'), big) == tooLong);
     CHECK(readFailure(std::string(9, '\x80'), big) == cutShort);
-    CHECK(big == 7);
-    CHECK(readFailure(std::string(9, '\x80') + "\x7E", big).isEmpty());
-    CHECK(big == 0);
+    CHECK((small == 7 && big == 7));
+    CHECK((readFailure(bytesOf("82 80 80 80 00"), small).isEmpty() && small == 1)); // not minimal
+    CHECK(readFailure(bytesOf("FF FF FF FF 1F"), small).isEmpty());                 // bits beyond 32
+    CHECK(small == std::numeric_limits<std::int32_t>::min());
+    CHECK((readFailure(std::string(9, '\x80') + "\x7E", big).isEmpty() && big == 0));
     CHECK(writeFailure(1, Varint(64)) == L"Tyos& operator <<(Tyos &os, const Varint_T &v)");
 }
 
-TEST_CASE("a string is read when all of it is there, or not at all")
+TEST_CASE("a string or a Buffer is read when all of it is there, or not at all")
 {
     // `claimed` is what the source promises.
     const auto checkOne = [](auto text, const char* hex, int claimed, std::size_t consumed) {
@@ -192,8 +179,7 @@ TEST_CASE("a string is read when all of it is there, or not at all")
         InputStream is(io);
         auto target = text;
         CHECK(failureOf([&] { is >> target; }) == L"TyIs& operator >>(TyIs&, String&)");
-        CHECK(target == text);
-        CHECK(io->position == consumed);
+        CHECK((target == text && io->position == consumed));
     };
     const auto check = [&](const char* hex, int claimed, std::size_t consumed) {
         checkOne(String(L"old"), hex, claimed, consumed);
@@ -206,17 +192,13 @@ TEST_CASE("a string is read when all of it is there, or not at all")
     check("80 80 80 80 08 61", noLimit, 6);
     check("FE FF FF FF 0F 61", noLimit, 6); // more than a block may have
     CHECK(writeFailure(3, String(L"abc")) == L"TyOs& operator <<(TyOs&, const String&)");
-}
 
-TEST_CASE("a Buffer that fails to arrive is empty")
-{
-    // A negative length, too short (once of the target's size), 1 GiB.
+    // A Buffer is empty then: a negative length, too short (once of the target's size), 1 GiB.
     for (const char* hex : {"01 61", "08 61 62 63", "0A 61 62 63", "80 80 80 80 08 61"}) {
         CAPTURE(hex);
         Buffer buffer(4);
         CHECK(readFailure(bytesOf(hex), buffer) == L"TyIs& operator >>(TyIs &, Buffer &)");
-        CHECK(buffer.getBufferSize() == 0);
-        CHECK(buffer.getBuffer() == nullptr);
+        CHECK((buffer.getBufferSize() == 0 && buffer.getBuffer() == nullptr));
     }
     CHECK(writeFailure(2, Buffer(2)) == L"TyOs& operator <<(TyOs &, const Buffer &)");
 }
@@ -226,11 +208,9 @@ TEST_CASE("objects travel with their class, and a handle may be null, unknown or
     const Handle_T<Link> link = new NamedLink;
     link->name = L"a";
     const std::string bytes = written(link);
-    CHECK(bytes.substr(0, 1) == "O");
-    CHECK(bytes.substr(5) == bytesOf("02 61 6F"));
+    CHECK((bytes.substr(0, 1) == "O" && bytes.substr(5) == bytesOf("02 61 6F")));
     Handle_T<Link> target;
-    CHECK(readFailure(bytes, target).isEmpty());
-    CHECK(written(target) == bytes);
+    CHECK((readFailure(bytes, target).isEmpty() && written(target) == bytes));
     Handle_T<NamedLink> narrow = new NamedLink;
     const std::string plain = written(Handle_T<Link>(new Link));
     CHECK(readFailure(plain, narrow) == L"TyIs& operator >>(TyIs &,streamtest::NamedLink::Handle &)");
@@ -247,9 +227,7 @@ TEST_CASE("objects travel with their class, and a handle may be null, unknown or
           L"TyIs& operator >>(TyIs &,streamtest::Link::Handle &)");
     CHECK(target.isNull());
     target = link;
-    CHECK(readFailure("o", target).isEmpty());
-    CHECK(target.isNull());
-    CHECK(written(target) == "o");
+    CHECK((readFailure("o", target).isEmpty() && target.isNull() && written(target) == "o"));
 }
 
 TEST_CASE("endlessly nested objects fail before they eat the stack")
@@ -259,8 +237,7 @@ TEST_CASE("endlessly nested objects fail before they eat the stack")
     for (int i = 0; i < 1024; ++i)
         chain += head;
     Handle_T<Link> link;
-    CHECK(readFailure(chain + "o", link).isEmpty());
-    CHECK(written(link) == chain + "o");
+    CHECK((readFailure(chain + "o", link).isEmpty() && written(link) == chain + "o"));
 
     Handle_T<Link> longer = new Link;
     longer->next = link;
@@ -301,17 +278,15 @@ TEST_CASE("a clone is a deep copy of the dynamic class, or null with the reason 
     link->name = L"first";
     link->next = new Link;
     const Handle_T<Link> clone = Handle_T<Unknown>(link)->clone();
-    CHECK(written(clone) == written(link));
-    CHECK(clone != link);
+    CHECK((written(clone) == written(link) && clone != link));
     CHECK(log.lines().empty());
-
     const Handle_T<Link> unregistered = new streamtest::UnregisteredLink;
     CHECK(unregistered->clone().isNull());
     CHECK(log.errors() == std::vector<String>{L"Call rtCreateInstance(Link) error! typeid(" +
                                               typeName(typeid(streamtest::UnregisteredLink)) + L")"});
     log.clear();
     link->next = link; // without an end
-    CHECK(link->clone().isNull());
-    CHECK(log.count(RecordingLog::Level::Error, L"TyOs& operator <<(TyOs &,const ") == 1);
+    CHECK((link->clone().isNull() &&
+           log.count(RecordingLog::Level::Error, L"TyOs& operator <<(TyOs &,const ") == 1));
     link->next.setNull();
 }

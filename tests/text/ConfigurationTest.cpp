@@ -5,38 +5,19 @@
 #include <orvi/core/Configuration.h>
 #include <orvi/core/MemoryFile.h>
 
-#include <fstream>
 #include <string>
 
-using orvi::Archive;
-using orvi::getConfigBoolean;
-using orvi::getConfigInteger;
-using orvi::getConfigString;
-using orvi::Handle_T;
-using orvi::MemoryFile;
-using orvi::String;
+using namespace orvi;
 
 namespace {
 
 const std::string sample = "stray = 0\n"
                            "[Net] # no header with this behind it\n"
-                           "  [Net]\r\n"
-                           "# port = 1\n"
-                           "port=8080\r\n"
+                           "  [Net]\r\n# port = 1\nport=8080\r\n"
                            "  Host\t=  example # 5  \n"
-                           "dotted.key = 1\n"
-                           "spaced key = 2\n"
-                           "bare\n"
-                           "empty =  \n"
-                           "port = 9\n"
-                           "on = TRUE\n"
-                           "[Other]\n"
-                           "port = 99\n"
-                           "word = abc\n"
-                           "yes = yes\n"
-                           "same == x\n"
-                           "\xC3\xA9 = 3\n"
-                           "far = -12abc";
+                           "dotted.key = 1\nspaced key = 2\nbare\nempty =  \n"
+                           "port = 9\non = TRUE\n"
+                           "[Other]\nport = 99\nword = abc\nyes = yes\nsame == x\n\xC3\xA9 = 3\nfar = -12abc";
 
 Handle_T<MemoryFile> memoryFile(const std::string& bytes)
 {
@@ -67,40 +48,30 @@ TEST_CASE("values are found by section and key, in an archive and in a file")
         CHECK(getConfigString(file, row[0], row[1], L"default") == row[2]);
     }
     const TempDirectory directory;
-    std::ofstream(directory / "sample.conf", std::ios::binary) << sample;
+    directory.write("sample.conf", sample);
     CHECK(getConfigString(directory.name("sample.conf"), L"Other", L"port", L"") == L"99");
-}
-
-TEST_CASE("values as numbers and as truth")
-{
-    const Handle_T<MemoryFile> file = memoryFile(sample);
+    // As numbers and as truth.
     CHECK(getConfigInteger(file, L"Net", L"word", 5) == 0);
     CHECK(getConfigInteger(file, L"Net", L"far", 5) == -12);
     CHECK(getConfigInteger(file, L"Net", L"missing", -2147483647 - 1) == -2147483647 - 1);
     CHECK(getConfigBoolean(file, L"Net", L"on", false));
-    CHECK(!getConfigBoolean(file, L"Net", L"yes", true));
-    CHECK(!getConfigBoolean(file, L"Net", L"port", true));
+    CHECK((!getConfigBoolean(file, L"Net", L"yes", true) && !getConfigBoolean(file, L"Net", L"port", true)));
     CHECK(getConfigBoolean(file, L"Net", L"missing", true));
-}
 
-TEST_CASE("an archive stays behind the line that gave the value")
-{
-    const Handle_T<MemoryFile> file = memoryFile("[A]\nx = 1\ny = 2\n");
-    CHECK(getConfigInteger(file, L"A", L"x", 0) == 1);
-    CHECK(file->getPosition() == 10);
+    const Handle_T<MemoryFile> small = memoryFile("[A]\nx = 1\ny = 2\n");
+    CHECK(getConfigInteger(small, L"A", L"x", 0) == 1);
+    CHECK(small->getPosition() == 10); // behind the line that gave the value
 }
 
 TEST_CASE("what cannot be read gives the default")
 {
     const RecordingLog log;
     Archive* const none = nullptr;
-    CHECK(getConfigString(none, L"A", L"x", L"d") == L"d");
-    CHECK(getConfigInteger(none, L"A", L"x", 3) == 3);
+    CHECK((getConfigString(none, L"A", L"x", L"d") == L"d" && getConfigInteger(none, L"A", L"x", 3) == 3));
     // The mark hides the header.
     CHECK(getConfigString(memoryFile("\xEF\xBB\xBF[A]\nx=1\n"), L"A", L"x", L"d") == L"d");
     CHECK(log.errors().empty());
     const TempDirectory directory;
-    CHECK(getConfigString(directory.name("missing"), L"A", L"x", L"d") == L"d");
-    CHECK(log.errors().size() == 1);
+    CHECK((getConfigString(directory.name("missing"), L"A", L"x", L"d") == L"d" && log.errors().size() == 1));
     CHECK(getConfigInteger(String(), L"A", L"x", 3) == 3);
 }

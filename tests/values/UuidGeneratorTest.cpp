@@ -1,6 +1,8 @@
 #include "values/UuidGenerator.h"
 #include "values/RandomSeed.h"
 
+#include "UuidFields.h"
+
 #include <doctest/doctest.h>
 
 #include <array>
@@ -15,8 +17,7 @@ namespace {
 constexpr std::uint64_t someTime = 0x01ee123456789000;
 
 /** A clock that stands still until it is told otherwise. */
-class FakeSources final : public UuidSources {
-public:
+struct FakeSources final : UuidSources {
     std::uint64_t readClock() override
     {
         ++readings;
@@ -25,12 +26,7 @@ public:
         return clock;
     }
     unsigned long currentProcess() override { return process; }
-    uuid_node_t makeNode() override
-    {
-        uuid_node_t node;
-        node.bytes[5] = static_cast<std::uint8_t>(process);
-        return node;
-    }
+    uuid_node_t makeNode() override { return {{0, 0, 0, 0, 0, static_cast<std::uint8_t>(process)}}; }
     void seedRandom(unsigned int seed) override { seeds.push_back(seed); }
     unsigned int random() override { return randomNumber; }
 
@@ -43,14 +39,6 @@ public:
     unsigned int randomNumber = 0x7FFF1234;
 };
 
-std::uint64_t timestampOf(const Uuid& uuid)
-{
-    return static_cast<std::uint64_t>(uuid.time_hi_and_version & 0x0FFF) << 48 |
-           static_cast<std::uint64_t>(uuid.time_mid) << 32 | uuid.time_low;
-}
-
-int sequenceOf(const Uuid& uuid) { return (uuid.clock_seq_hi_and_reserved & 0x3F) << 8 | uuid.clock_seq_low; }
-
 } // namespace
 
 TEST_CASE("the fields hold time, version, sequence and node")
@@ -59,16 +47,16 @@ TEST_CASE("the fields hold time, version, sequence and node")
     sources.clock = 0x0123456789abcdef;
     UuidGenerator generator(sources);
     const Uuid uuid = generator.create();
-    CHECK(uuid.time_low == 0x89abcdef);
-    CHECK(uuid.time_mid == 0x4567);
-    CHECK(uuid.time_hi_and_version == 0x1123);
-    CHECK(uuid.clock_seq_hi_and_reserved == (0x12 | 0x80));
-    CHECK(uuid.clock_seq_low == 0x34);
+    CHECK((uuid.time_low == 0x89abcdef && uuid.time_mid == 0x4567 && uuid.time_hi_and_version == 0x1123));
+    CHECK((uuid.clock_seq_hi_and_reserved == (0x12 | 0x80) && uuid.clock_seq_low == 0x34));
     CHECK(uuid.node.bytes[5] == 1);
-
     CHECK(sources.seeds ==
           std::vector<unsigned int>{(0x0123456789abcdef >> 42 ^ 0x0123456789abcdef >> 10) & 0xFFFFFFFF});
-    generator.create();
+    // A new process gets a node and a sequence of its own.
+    sources.process = 2;
+    sources.randomNumber = 7;
+    const Uuid childs = generator.create();
+    CHECK((childs.node != uuid.node && sequenceOf(childs) == 7));
     CHECK(sources.seeds.size() == 1);
 }
 
@@ -85,8 +73,7 @@ TEST_CASE("a clock that stands still gives 1024 more, and then is waited for")
     sources.nextClock = later;
     const Uuid waited = generator.create();
     CHECK(sources.readings == 1025 + 5);
-    CHECK(timestampOf(waited) == later);
-    CHECK(sequenceOf(waited) == 0x1234);
+    CHECK((timestampOf(waited) == later && sequenceOf(waited) == 0x1234));
     CHECK(timestampOf(generator.create()) == later + 1);
 }
 
@@ -98,30 +85,12 @@ TEST_CASE("a clock that goes back starts another sequence")
     CHECK(sequenceOf(generator.create()) == 0x3FFE);
     generator.create();
     // Each row is one more step; the sequence wraps at 16 bits, of which a uuid shows 14.
-    const struct {
-        std::uint64_t clock;
-        int sequence;
-    } rows[] = {
+    const std::pair<std::uint64_t, int> rows[] = {
         {someTime + 10000, 0x3FFE}, {someTime, 0x3FFF}, {someTime + 10000, 0x3FFF}, {1, 0}, {2, 0}, {1, 1}};
-    for (const auto& row : rows) {
-        CAPTURE(row.clock);
-        sources.clock = row.clock;
-        CHECK(sequenceOf(generator.create()) == row.sequence);
+    for (const auto& [clock, sequence] : rows) {
+        sources.clock = clock;
+        CHECK(sequenceOf(generator.create()) == sequence);
     }
-    CHECK(sources.seeds.size() == 1);
-}
-
-TEST_CASE("a new process gets a node and a sequence of its own")
-{
-    FakeSources sources;
-    UuidGenerator generator(sources);
-    const Uuid parents = generator.create();
-    sources.process = 2;
-    sources.randomNumber = 7;
-    const Uuid childs = generator.create();
-    CHECK(childs.node != parents.node);
-    CHECK(sequenceOf(childs) == 7);
-    CHECK(sources.seeds.size() == 1);
 }
 
 TEST_CASE("a seed is the low half of the shifted sum of a uuid's bytes")
