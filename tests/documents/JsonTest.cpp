@@ -105,9 +105,9 @@ TEST_CASE("text becomes a value up to the end of that value, or nothing")
         {L"-1e-400", L"-0", L"", realValue},
         {L"1e99999999999999999999", L"inf", L"", realValue},
     };
+    JsonValue value;
     for (const auto& row : rows) {
         CAPTURE(row.text);
-        JsonValue value;
         const wchar_t* const end = parseOver5(row.text, value);
         REQUIRE(end != nullptr);
         CHECK(compact(value) == row.value);
@@ -124,10 +124,8 @@ TEST_CASE("text becomes a value up to the end of that value, or nothing")
         "|\"\\u00\uFF11\uFF11\"");
     for (std::string text; std::getline(malformed, text, '|');) {
         CAPTURE(text);
-        JsonValue value;
         CHECK(parseOver5(StringHelper::utf8ToWide(text.c_str()), value) == nullptr);
     }
-    JsonValue value;
     CHECK(parseOver5(nullptr, value) == nullptr);
 }
 
@@ -184,11 +182,10 @@ TEST_CASE("objects of many members, in any order, with keys that repeat")
         value[0][L"a"] = expected[L"a"] = 2;
         CHECK(compact(value[0]) == compact(expected));
     }
-    String text = L"["; // keys that begin like others
+    String text = L"[{}"; // keys that begin like others
     for (int i = 0; i < 2000; ++i)
-        text += L"{\"" + repeat(i * 7 % 31 + 1, i % 2 == 0 ? L"a" : L"b") + L"\":0},";
-    text += L"{}]";
-    REQUIRE((parseOver5(text, value) != nullptr && compact(value) == text));
+        text += L",{\"" + repeat(i * 7 % 31 + 1, i % 2 == 0 ? L"a" : L"b") + L"\":0}";
+    REQUIRE((parseOver5(text + L"]", value) != nullptr && compact(value) == text + L"]"));
 }
 
 TEST_CASE("both printed forms")
@@ -294,7 +291,6 @@ TEST_CASE("values travel through streams and files as UTF-8")
         {L"memory://<<file://" + directory.name("mark") + L"?position=3", L"[1]"},
         {directory.name("malformed"), L"5"},
         {directory.name("missing"), L"5"},
-        {directory.name("."), L"5"},
         {L"", L"5"},
     };
     for (const auto& [from, expected] : rows) {
@@ -318,21 +314,14 @@ TEST_CASE("values travel through streams and files as UTF-8")
 TEST_CASE("a save that fails leaves the old document, and one that does not keeps its links and permissions")
 {
     const TempDirectory directory;
-    const auto save = [&](const std::string& name) {
-        return Json::save(2, directory.name(name.c_str()), false);
-    };
-    const auto permit = [&](const char* name, int mode) {
-        fs::permissions(directory / name, fs::perms(mode));
-    };
-    const auto modeOf = [&](const char* name) {
-        return static_cast<mode_t>(fs::status(directory / name).permissions());
-    };
+    const auto save = [&](const char* name) { return Json::save(2, directory.name(name), false); };
+    const auto modeOf = [&](const char* name) { return fs::status(directory / name).permissions(); };
     fs::create_directory(directory / "locked");
-    permit("", 0777);
+    fs::permissions(directory.path(), fs::perms(0777));
     for (const char* name : {"document", "closed", "locked/document"})
         directory.write(name, "1");
-    permit("document", 0646);
-    permit("locked/document", 0666);
+    fs::permissions(directory / "document", fs::perms(0646));
+    fs::permissions(directory / "locked/document", fs::perms(0666));
     fs::create_symlink("../document", directory / "locked/link");
     fs::create_symlink(directory / "locked/link", directory / "link");
     fs::create_symlink("locked/new", directory / "dangling");
@@ -352,19 +341,15 @@ TEST_CASE("a save that fails leaves the old document, and one that does not keep
         setrlimit(RLIMIT_FSIZE, &none);
         REQUIRE((!save("document") && !save("new")));
     }));
-    CHECK(directory.read("document") == "1");
-    CHECK(!save("round"));
-
+    CHECK((directory.read("document") == "1" && !save("round")));
     CHECK((save("link") && directory.read("document") == "2"));
-    CHECK(modeOf("document") == 0646);
-    CHECK(fs::is_symlink(directory / "link"));
-    permit("locked", 0755);
+    CHECK((modeOf("document") == fs::perms(0646) && fs::is_symlink(directory / "link")));
+    fs::permissions(directory / "locked", fs::perms(0755));
     CHECK((save("dangling") && directory.read("locked/new") == "2"));
     const mode_t mask = umask(0);
     umask(mask);
-    CHECK(modeOf("locked/new") == (0666 & ~mask));
-    CHECK(fs::is_symlink(directory / "dangling"));
-    CHECK((save(std::string(255, 'n')) && !save(std::string(256, 'n'))));
+    CHECK((modeOf("locked/new") == fs::perms(0666 & ~mask) && fs::is_symlink(directory / "dangling")));
+    CHECK((save(std::string(255, 'n').c_str()) && !save(std::string(256, 'n').c_str())));
     int ends[2];
     REQUIRE(pipe(ends) == 0);
     const String pipePath = StringHelper::utf8ToWide(("/dev/fd/" + std::to_string(ends[1])).c_str());

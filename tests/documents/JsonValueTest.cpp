@@ -226,9 +226,8 @@ TEST_CASE("members are ordered by the code units of their keys")
             REQUIRE(object[keys[expected]] == expected);
             REQUIRE(member == expected++);
         }
-        REQUIRE(object[static_cast<const wchar_t*>(nullptr)] == 0);
+        REQUIRE((object[static_cast<const wchar_t*>(nullptr)] == 0 && JsonValue(object) == object));
         REQUIRE(object[L"a\0b"] == 4); // a plain text ends at its NUL
-        REQUIRE(JsonValue(object) == object);
         std::shuffle(order.begin(), order.end(), random);
     }
 }

@@ -5,7 +5,6 @@
 
 #include <orvi/core/ArchiveFactory.h>
 #include <orvi/core/Digest.h>
-#include <orvi/core/Encoding.h>
 #include <orvi/core/Exception.h>
 #include <orvi/core/File.h>
 #include <orvi/core/MemoryFile.h>

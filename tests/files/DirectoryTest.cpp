@@ -85,8 +85,8 @@ TEST_CASE("the current directory is told and set")
     CHECK(setCurrentDirectory(L"gone"));
     CHECK(log.lines().empty());
     fs::remove(place / "gone");
-    CHECK(getCurrentDirectory().isEmpty());
-    CHECK((!setCurrentDirectory(L"none") && !setCurrentDirectory(nullptr)));
+    CHECK(
+        (getCurrentDirectory().isEmpty() && !setCurrentDirectory(L"none") && !setCurrentDirectory(nullptr)));
     CHECK(log.count(RecordingLog::Level::Error, L"GetCurrentDirectory : No such file or directory") == 1);
     CHECK(log.count(RecordingLog::Level::Error, L"SetCurrentDirectory : No such file or directory") == 2);
 }
@@ -112,8 +112,7 @@ TEST_CASE("a chain of directories is made below a base")
         }
         CHECK(sorted(made) == expected);
     };
-    check(L"a/b/c", L"x/", {L"x/a", L"x/a/b", L"x/a/b/c"});
-    check(L"a//b/", L"x/", {L"x/a", L"x/a/b"});
+    check(L"a//b/c/", L"x/", {L"x/a", L"x/a/b", L"x/a/b/c"});
     check(L"a/b", L"", {L"a", L"a/b"});
     check(L"a\\b", L"", {L"a\\b"}); // is one name
     check(L"", L"y/", {});
@@ -210,9 +209,8 @@ TEST_CASE("a callback that has enough ends its directory, and what lies beside g
     } all, matches;
     scanFiles({&all, &Refusal::take}, inside(place), nullptr, true); // one of each, and nothing below them
     CHECK(sorted(all.offered) == Texts{inside(place, "a"), inside(place, "b")});
-    const wchar_t* extensions[] = {L"x", L"X", nullptr};
-    scanFiles({&matches, &Refusal::take}, inside(place, "a"), extensions,
-              true); // between matches of one file
+    const wchar_t* extensions[] = {L"x", L"X", nullptr}; // which match one file twice
+    scanFiles({&matches, &Refusal::take}, inside(place, "a"), extensions, true);
     CHECK(matches.offered.size() == 1);
 }
 
@@ -303,17 +301,12 @@ TEST_CASE("a tree that is deeper than any path is made, scanned and read")
 
 TEST_CASE("the program knows where it lies")
 {
-    const String name = getAppName();
-    const String path = getAppPath();
-    REQUIRE(path.getLength() > 1);
-    CHECK(name.find(path) == 0);
-    CHECK(name.find(L'/', path.getLength() - 1) == path.getLength() - 1);
-    CHECK(name.find(L'/', path.getLength()) < 0);
-
-    // The same in a copy of this program that lies at an odd place and removes itself.
     constexpr char mark[] = "ORVI_TEST_PROGRAM_COPY";
-    if (const char* own = std::getenv(mark)) {
-        CHECK(name.find(L"/\xDCFC\xDCFF/copy (deleted)") > 0);
+    if (const char* own =
+            std::getenv(mark)) { // a copy of this program, at an odd place, which removes itself
+        const String name = getAppName();
+        CHECK(name == getAppPath() + L"copy (deleted)");
+        CHECK(name.find(L"/\xDCFC\xDCFF/copy") > 0);
         CHECK(isFileExists(name));
         fs::remove(own);
         CHECK(getAppName() == name);

@@ -21,28 +21,30 @@ namespace {
 constexpr int pageSize = 4096;
 constexpr int limit = 2560 * pageSize; // of what a stream keeps in memory
 using Level = RecordingLog::Level;
+using Stream = Handle_T<MemoryStream>;
 using Texts = std::vector<String>;
 
 /** Writes and reads a stream in pieces, comparing as it goes. What it writes has no period that pages or pieces
     could share. */
 class Flow {
 public:
-    explicit Flow(MemoryStream& stream, unsigned int seed = 0)
-        : _stream(stream)
+    explicit Flow(Stream aStream = MemoryStream::createInstance(), unsigned int seed = 0)
+        : stream(std::move(aStream))
         , _written(seed)
         , _read(seed)
     {}
 
+    const Stream stream;
     /** What comes next, for whoever writes it in another way. */
     std::string next(int size) { return advance(_written, size); }
     bool write(int total, int piece)
     {
-        return inPieces(total, piece, [this](int size) { return put(_stream, next(size)) == size; });
+        return inPieces(total, piece, [this](int size) { return put(*stream, next(size)) == size; });
     }
     bool read(int total, int piece)
     {
         return inPieces(total, piece,
-                        [this](int size) { return take(_stream, size) == advance(_read, size); });
+                        [this](int size) { return take(*stream, size) == advance(_read, size); });
     }
 
 private:
@@ -62,7 +64,6 @@ private:
         return bytes;
     }
 
-    MemoryStream& _stream;
     unsigned int _written, _read;
 };
 
@@ -84,7 +85,7 @@ std::vector<std::uintmax_t> spillFiles()
 TEST_CASE("a stream gives back in order what was written, whatever the sizes, and peek leaves it")
 {
     constexpr int sizes[] = {0, 1, 7, 100, 500, pageSize - 1, pageSize, pageSize + 1, 9000};
-    const Handle_T<MemoryStream> stream = MemoryStream::createInstance(1);
+    const Stream stream = MemoryStream::createInstance(1);
     std::mt19937 random(1);
     std::string model;
     for (int step = 0; step < 3000; ++step) {
@@ -109,10 +110,9 @@ TEST_CASE("a stream gives back in order what was written, whatever the sizes, an
 TEST_CASE("beyond 2560 pages a stream spills, its pages come back, and their places are used again")
 {
     std::uintmax_t size = 0;
-    const auto check = [&](bool (*use)(MemoryStream & stream, Flow & flow)) {
+    const auto check = [&](bool (*use)(Flow & flow)) {
         const RecordingLog log;
-        const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-        Flow flow(*stream);
+        Flow flow;
         CHECK((flow.write(10 * pageSize, limit) && log.lines().empty()));
         CHECK(flow.write(1000, limit));
         CHECK(log.warnings() == Texts{L"MemoryStream _memoryCacheCount=11, pCache size=1000"});
@@ -121,51 +121,45 @@ TEST_CASE("beyond 2560 pages a stream spills, its pages come back, and their pla
         CHECK(flow.write(1 + 10 * pageSize, 1000));
         CHECK(log.count(Level::Warning, L"MemoryStream writeToFileCache memCache size=4096") == 11);
         CHECK(log.count(Level::Warning, L"_memoryCacheCount=2561") == 0);
-        CHECK(stream->available() == limit + 1 + 10 * pageSize);
+        CHECK(flow.stream->available() == limit + 1 + 10 * pageSize);
         const auto files = spillFiles();
         REQUIRE(files.size() == 1);
         CHECK((files[0] >= 11 * pageSize && (size == 0 || files[0] == size)));
-        CHECK(use(*stream, flow));
-        CHECK(log.errors().empty());
+        CHECK((use(flow) && log.errors().empty()));
         size = spillFiles()[0];
     };
-    check([](MemoryStream& stream, Flow&) { // peeked, cloned and dropped unread
-        const int all = stream.available();
-        const Handle_T<MemoryStream> copy = stream.clone();
-        const bool good = put(*copy, "x") == 1 && look(stream, all + 1) == Flow(stream).next(all);
-        stream = *MemoryStream::createInstance();
-        return good && Flow(*copy).read(all, 7777);
+    check([](Flow& flow) { // peeked, cloned and dropped unread
+        const int all = flow.stream->available();
+        const Stream copy = flow.stream->clone();
+        const bool good = put(*copy, "x") == 1 && look(*flow.stream, all + 1) == Flow().next(all);
+        *flow.stream = *MemoryStream::createInstance();
+        return good && Flow(copy).read(all, 7777);
     });
-    check(
-        [](MemoryStream& stream, Flow& flow) { // written on while it is read, in small pieces through memory
-            bool good = flow.read(limit, 1 << 20); // the stored pages come next
-            for (int i = 0; good && i < 20; ++i)
-                good = flow.write(3000, 3000) && flow.read(3500, 1750);
-            good = good && flow.read(stream.available(), 1000);
-            return good && look(stream, 1).empty() && take(stream, 1).empty();
-        });
-    check([](MemoryStream& stream, Flow& flow) {
-        return flow.read(stream.available(), 1 << 20);
-    }); // from the file
+    check([](Flow& flow) {                     // written on while it is read, in small pieces through memory
+        bool good = flow.read(limit, 1 << 20); // the stored pages come next
+        for (int i = 0; good && i < 20; ++i)
+            good = flow.write(3000, 3000) && flow.read(3500, 1750);
+        good = good && flow.read(flow.stream->available(), 1000);
+        return good && look(*flow.stream, 1).empty() && take(*flow.stream, 1).empty();
+    });
+    check([](Flow& flow) { return flow.read(flow.stream->available(), 1 << 20); }); // straight from the file
 }
 
 TEST_CASE("streams of several threads spill at once and keep their bytes apart")
 {
     std::atomic<int> good = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (unsigned int seed = 1; seed <= 4; ++seed) {
         threads.emplace_back([seed, &good] {
-            const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-            Flow flow(*stream, seed);
+            Flow flow(MemoryStream::createInstance(), seed);
             bool ok = flow.write(limit, 1 << 20);
             for (int i = 0; ok && i < 20; ++i)
                 ok = flow.write(3 * pageSize, 5000) && flow.read(2 * pageSize, 1500);
-            good +=
-                ok && flow.read(limit, 1 << 20) && flow.read(stream->available(), 700); // the rest was stored
+            ok = ok && flow.read(limit, 1 << 20); // the rest was stored
+            good += ok && flow.read(flow.stream->available(), 700);
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear(); // joins
     CHECK((good == 4 && spillFiles().size() == 1));
 }
 
@@ -173,18 +167,15 @@ TEST_CASE("what the disc does not take stays in memory")
 {
     const auto spill = [](int stored, const wchar_t* mostPages, const Texts& errors) {
         const RecordingLog log;
-        const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-        Flow flow(*stream);
+        Flow flow;
         REQUIRE(flow.write(limit + 5 * pageSize, 1 << 20));
         REQUIRE(log.count(Level::Warning, L"writeToFileCache") == stored);
-        REQUIRE(log.count(Level::Warning, mostPages) > 0);
-        REQUIRE(log.errors() == errors);
+        REQUIRE((log.count(Level::Warning, mostPages) > 0 && log.errors() == errors));
         REQUIRE(flow.read(limit + 5 * pageSize, 5000));
     };
     CHECK(succeedsInChild([&] {
-        setenv("TMPDIR", "/no/such/directory", 1);
-        spill(0, L"_memoryCacheCount=2565",
-              {L"No such file or directory", L"Create temp file error!"}); // told once
+        setenv("TMPDIR", "/no/such/directory", 1); // told once
+        spill(0, L"_memoryCacheCount=2565", {L"No such file or directory", L"Create temp file error!"});
     }));
     CHECK(succeedsInChild([&] {
         const rlimit small{3 * pageSize + 100, 3 * pageSize + 100};
@@ -196,11 +187,11 @@ TEST_CASE("what the disc does not take stays in memory")
 TEST_CASE("child: outlives the library's store" * doctest::skip())
 {
     // Both go after the store, which is made last. With the store closed, the late writer finds room in memory only.
-    static const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
+    static const Stream stream = MemoryStream::createInstance();
     static struct Late {
-        ~Late() { Flow(*stream).write(2 * pageSize, pageSize); }
+        ~Late() { Flow(stream).write(2 * pageSize, pageSize); }
     } late;
-    CHECK(Flow(*stream).write(limit + 3 * pageSize, 1 << 20));
+    CHECK(Flow(stream).write(limit + 3 * pageSize, 1 << 20));
 }
 
 TEST_CASE("a stream that lives on at the end of the process does no harm")
@@ -219,28 +210,27 @@ TEST_CASE("a stream that lives on at the end of the process does no harm")
 
 TEST_CASE("a fork leaves a spilled stream right in both processes, whatever either does with its own")
 {
-    const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-    Flow flow(*stream);
+    Flow flow;
     REQUIRE(flow.write(limit + (6 << 20), 1 << 20));
     int turn[2], answer[2]; // a byte in one hands over to the other
     REQUIRE((pipe(turn) == 0 && pipe(answer) == 0));
     char byte = 0;
     const auto spillAnother = [](unsigned int seed) {
-        const Handle_T<MemoryStream> other = MemoryStream::createInstance();
-        Flow own(*other, seed);
+        Flow own(MemoryStream::createInstance(), seed);
         return own.write(limit + (7 << 20), 1 << 20) && own.read(limit + (7 << 20), 1 << 16);
     };
     // A fork that goes past the C library leaves no word of it: there the stored pages are out of reach.
     const pid_t unheard = _Fork();
     if (unheard == 0) {
-        const std::string bytes = take(*stream, limit + (6 << 20));
-        const bool good = bytes.size() == limit - pageSize && stream->read(&byte, 1) == -1;
+        const std::string bytes = take(*flow.stream, limit + (6 << 20));
+        const bool good = bytes.size() == limit - pageSize && flow.stream->read(&byte, 1) == -1;
         _exit(good && spillAnother(3) ? 0 : 1);
     }
     const pid_t child = fork();
     if (child == 0) {
         bool good = flow.read(limit + (2 << 20), 5000) && spillAnother(1) && write(answer[1], "", 1) == 1;
-        good = good && read(turn[0], &byte, 1) == 1 && flow.read(4 << 20, 5000) && stream->available() == 0;
+        good =
+            good && read(turn[0], &byte, 1) == 1 && flow.read(4 << 20, 5000) && flow.stream->available() == 0;
         _exit(good && spillAnother(2) ? 0 : 1);
     }
     close(answer[1]);
@@ -249,8 +239,7 @@ TEST_CASE("a fork leaves a spilled stream right in both processes, whatever eith
     CHECK(spillAnother(4));
     CHECK(write(turn[1], "", 1) == 1);
     CHECK(flow.read(2 << 20, 5000));
-    CHECK(endsWell(unheard));
-    CHECK(endsWell(child));
+    CHECK((endsWell(unheard) && endsWell(child)));
     for (const int end : {turn[0], turn[1], answer[0]})
         close(end);
     CHECK((spillAnother(5) && spillFiles().size() == 1)); // the one from before the fork went with its pages
@@ -262,10 +251,10 @@ TEST_CASE("append hands bytes over in order, from streams that were read in part
     std::mt19937 random(5);
     const auto upTo = [&](unsigned int most) { return static_cast<int>(random() % (most + 1)); };
     const RecordingLog log;
-    const Handle_T<MemoryStream> queue = MemoryStream::createInstance();
-    Flow flow(*queue);
+    Flow flow;
+    const Stream queue = flow.stream;
     const auto append = [&](int size) {
-        const Handle_T<MemoryStream> incoming = MemoryStream::createInstance();
+        const Stream incoming = MemoryStream::createInstance();
         const int dropped = upTo(2 * pageSize); // so that its first page has a hole in front
         put(*incoming, std::string(static_cast<std::size_t>(dropped), 'x') + flow.next(size));
         take(*incoming, dropped);
@@ -288,20 +277,18 @@ TEST_CASE("append hands bytes over in order, from streams that were read in part
             append(size);
         CHECK(log.count(Level::Warning, L"writeToFileCache") > limit / pageSize - 30);
     }
-    CHECK(flow.read(queue->available(), 50000));
-    CHECK_FALSE(queue->append(*queue));
+    CHECK((flow.read(queue->available(), 50000) && !queue->append(*queue)));
 }
 
 TEST_CASE("a copy shares the pages, and either may go first")
 {
-    using Stream = Handle_T<MemoryStream>;
     constexpr int size = 100 * pageSize + 5;
     const auto check = [](void (*change)(Stream & stream, Stream & copy)) {
         Stream stream = MemoryStream::createInstance();
-        CHECK(Flow(*stream).write(size, 1 << 20));
+        CHECK(Flow(stream).write(size, 1 << 20));
         Stream copy = new MemoryStream(*stream);
         change(stream, copy);
-        Flow flow(*copy);
+        Flow flow(copy);
         CHECK(flow.read(size - 5, 999));
         CHECK((put(*copy, "more") == 4 && flow.read(5, 5)));
         CHECK(take(*copy, 10) == "more");
@@ -314,8 +301,7 @@ TEST_CASE("a copy shares the pages, and either may go first")
 TEST_CASE("on a stream it has the form of a Buffer")
 {
     const Handle_T<ByteIO> bytes = ByteIO::create();
-    const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-    const Handle_T<MemoryStream> target = MemoryStream::createInstance();
+    const Stream stream = MemoryStream::createInstance(), target = MemoryStream::createInstance();
     OutputStream output(bytes);
     InputStream input(bytes);
     put(*stream, "?abc");
@@ -327,13 +313,13 @@ TEST_CASE("on a stream it has the form of a Buffer")
     CHECK(take(*target, 10) == "abc");
 
     const int size = limit + 2 * pageSize; // stored pages too
-    CHECK(Flow(*target).write(size, size));
+    CHECK(Flow(target).write(size, size));
     output << *target;
     Buffer buffer;
     input >> buffer;
     output << buffer;
     input >> *stream;
-    CHECK((Flow(*stream).read(size, 9999) && Flow(*target).read(size, 9999)));
+    CHECK((Flow(stream).read(size, 9999) && Flow(target).read(size, 9999)));
 
     put(*target, "itself");
     OutputStream toItself(target);

@@ -1,6 +1,5 @@
-#include "TextPrinting.h"
-
 #include "RecordingLog.h"
+#include "TextPrinting.h"
 
 #include <orvi/core/Core.h>
 
@@ -144,15 +143,14 @@ TEST_CASE("handles convert up, down and not at all")
     CHECK(watched == unknown);
     Handle_T<Stone> stone = new Stone;
     stone = unknown;
-    CHECK(stone.isNull());
-    CHECK(unknown->getReferenceCount() == 4);
+    CHECK((stone.isNull() && unknown->getReferenceCount() == 4));
 }
 
 TEST_CASE("handles on one object come and go in many threads")
 {
     const Handle_T<Animal> shared = new Animal;
     std::latch start(4);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([copy = shared, &start] {
             start.arrive_and_wait();
@@ -160,12 +158,11 @@ TEST_CASE("handles on one object come and go in many threads")
                 const Handle_T<Unknown> another = copy;
         });
     }
-    for (auto& thread : threads)
-        thread.join();
+    threads.clear(); // joins
     CHECK(shared->getReferenceCount() == 1);
 }
 
-TEST_CASE("classes are created by their plain names and by their ids")
+TEST_CASE("classes are created by their plain names and by their ids, which no other class may have")
 {
     for (const wchar_t* name : {L"Layer", L"Drawing"}) {
         CAPTURE(name);
@@ -187,11 +184,8 @@ TEST_CASE("classes are created by their plain names and by their ids")
     Registry::getRtClassNames(names);
     CHECK(std::is_sorted(names.begin(), names.end()));
     CHECK(std::count(names.begin(), names.end(), String(L"old")) == 0);
-}
 
-TEST_CASE("a class whose id is taken is refused")
-{
-    const RecordingLog log;
+    const RecordingLog log; // a class whose id is taken is refused
     CHECK(!Registry::setupCreator([]() -> Handle_T<Unknown> { return new Impostor; }));
     CHECK(Registry::createClassInstance(L"Impostor").isNull());
     String expected;

@@ -247,7 +247,6 @@ TEST_CASE("nesting has a bound, in documents and in objects, and objects that ho
           std::vector<String>(2, L"void Property::exportProperty(JsonValue &) An object holds itself!"));
     one->next.setNull();
     two->others.clear();
-    const int before = Tracker::alive;
     for (const wchar_t* key : {L"next", L"others"}) {
         CAPTURE(key);
         JsonValue deep;
@@ -259,7 +258,7 @@ TEST_CASE("nesting has a bound, in documents and in objects, and objects that ho
         }
         log.clear();
         Handle_T<Tracker> object = PropertyHelper::convertPropertyToClass(deep);
-        CHECK(Tracker::alive == before + 1024);
+        CHECK(Tracker::alive == 2 + 1024);
         JsonValue document;
         object->exportProperty(document);
         CHECK(depthOf(document, key) == 1024);
@@ -272,7 +271,7 @@ TEST_CASE("nesting has a bound, in documents and in objects, and objects that ho
               std::vector<String>{L"void Property::importProperty(JsonValue const &) Nested too deep!",
                                   L"void Property::exportProperty(JsonValue &) Nested too deep!"});
     }
-    CHECK(Tracker::alive == before);
+    CHECK(Tracker::alive == 2);
 }
 
 TEST_CASE("objects on streams and in files")
@@ -285,10 +284,9 @@ TEST_CASE("objects on streams and in files")
     CHECK((PropertyHelper::write(layer, stream, true) &&
            textOf(PropertyHelper::read(stream)) == textOf(layer)));
     const TempDirectory directory;
-    CHECK(PropertyHelper::save(layer, directory.name("layer"), false));
-    CHECK(textOf(PropertyHelper::load(directory.name("layer"))) == textOf(layer));
-    CHECK(PropertyHelper::save(nullptr, directory.name("null"), false));
-    CHECK(PropertyHelper::load(directory.name("null")).isNull());
+    const String path = directory.name("layer");
+    CHECK((PropertyHelper::save(layer, path, false) && textOf(PropertyHelper::load(path)) == textOf(layer)));
+    CHECK((PropertyHelper::save(nullptr, path, false) && PropertyHelper::load(path).isNull()));
 }
 
 // First used by many threads at once.
@@ -300,7 +298,7 @@ ORVI_DEFINE_PROPERTY(Late) { table.add(L"own", &Late::_own); }
 
 TEST_CASE("many threads use a class for the first time")
 {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     std::atomic<int> good = 0;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&good] {
@@ -309,7 +307,6 @@ TEST_CASE("many threads use a class for the first time")
             good += late->getPropertyAttributes().size() == 4 && !Handle_T<Late>(late)->layer.isNull();
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear(); // joins
     CHECK(good == 4);
 }

@@ -43,7 +43,6 @@ TEST_CASE("values are found by section and key, in an archive and in a file")
     };
     const Handle_T<MemoryFile> file = memoryFile(sample);
     for (const auto& row : rows) {
-        CAPTURE(row[0]);
         CAPTURE(row[1]);
         CHECK(getConfigString(file, row[0], row[1], L"default") == row[2]);
     }
