@@ -130,14 +130,6 @@ void crashOnAThread(void (*crash)())
     pthread_exit(nullptr);
 }
 
-void useAllFiles()
-{
-    const rlimit limit{64, 64};
-    setrlimit(RLIMIT_NOFILE, &limit);
-    while (open("/dev/null", O_RDONLY) >= 0) {
-    }
-}
-
 } // namespace
 
 int main(int count, char** arguments)
@@ -163,8 +155,12 @@ int main(int count, char** arguments)
     }
     if (trouble == "undumpable")
         prctl(PR_SET_DUMPABLE, 0);
-    if (trouble == "files")
-        useAllFiles();
+    if (trouble == "files") {
+        const rlimit limit{64, 64};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        while (open("/dev/null", O_RDONLY) >= 0) {
+        }
+    }
     if (trouble == "no-ptrace")
         refuse(SYS_ptrace, SECCOMP_RET_ERRNO | EPERM);
     if (trouble == "deadly-ptrace")

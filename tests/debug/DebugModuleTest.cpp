@@ -179,20 +179,14 @@ TEST_CASE("of optimised code, values are right or said to be missing")
     const std::vector<Frame> stack = stacksOf(&subject::showOptimised).at(0);
     CHECK(stack[0].function == "subject::optimised");
     CHECK(stack[1].function == "subject::showOptimised");
-    const struct {
-        std::string value;
-        const char* expected;
-    } rows[] = {
-        {shown(stack[0].parameters, "kept"), "7"},
-        {shown(stack[0].parameters, "lost"), "8"}, // the caller tells
-        {shown(stack[0].variables, "constant"), "42"},
-        {shown(stack[0].variables, "computed"), "16"},
+    const auto isRight = [](const std::string& value, const char* expected) {
+        CHECK((value == expected || value == "<optimized out>"));
+        return value == expected;
     };
-    int right = 0;
-    for (const auto& row : rows) {
-        right += row.value == row.expected ? 1 : 0;
-        CHECK((row.value == row.expected || row.value == "<optimized out>"));
-    }
+    const int right = isRight(shown(stack[0].parameters, "kept"), "7") +
+                      isRight(shown(stack[0].parameters, "lost"), "8") + // the caller tells
+                      isRight(shown(stack[0].variables, "constant"), "42") +
+                      isRight(shown(stack[0].variables, "computed"), "16");
     CHECK(right >= 2); // how many depends on the compiler
 }
 

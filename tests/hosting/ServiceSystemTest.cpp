@@ -79,13 +79,12 @@ TEST_CASE("a system that ends by itself leaves the signals as they were, and can
         raise(SIGTERM);
         return 2;
     });
-    CHECK(program.wait() == -1);
+    CHECK(program.wait() == -SIGTERM);
 }
 
 TEST_CASE("a launched system is a service when a manager has started it")
 {
-    const TempDirectory directory;
-    const NotifySocket manager((directory / "notify").string());
+    const NotifySocket manager;
     for (const bool endsItself : {false, true}) {
         CAPTURE(endsItself);
         const Bell endNow;
@@ -110,8 +109,7 @@ TEST_CASE("a launched system is a service when a manager has started it")
 
 TEST_CASE("the loop gives the watchdog its signs of life, unless it hangs")
 {
-    const TempDirectory directory;
-    const NotifySocket manager((directory / "notify").string());
+    const NotifySocket manager;
     const Bell hanging, goOn;
     constexpr int intervalMs = 100;
     ServiceProcess program(manager.address(), [&] {
@@ -138,8 +136,7 @@ TEST_CASE("the loop gives the watchdog its signs of life, unless it hangs")
 
 TEST_CASE("the watchdog of another process, or one that is deaf, does not hold the loop up")
 {
-    const TempDirectory directory;
-    const NotifySocket manager((directory / "notify").string());
+    const NotifySocket manager;
     for (const bool isDeaf : {false, true}) {
         CAPTURE(isDeaf);
         const Bell goOn, isThrough;
@@ -175,20 +172,17 @@ TEST_CASE("arguments are found by name, and a signal is logged with its meaning"
         const wchar_t* name;
         const wchar_t* expected;
     } rows[] = {
-        {L"port", L"99"},     {L"path", L"\u00FC b"},   {L"flag", L"default"}, {L"empty", L""},
-        {L"pat", L"default"}, {L"program", L"default"}, {L"", L"default"},     {L"port=9", L"default"},
+        {L"port", L"99"}, {L"path", L"\u00FC b"}, {L"flag", L"default"},
+        {L"empty", L""},  {L"pat", L"default"},   {L"program", L"default"},
     };
     for (const auto& row : rows) {
         CAPTURE(row.name);
         CHECK(ServiceSystem::getArguments(row.name, L"default") == row.expected);
     }
     const RecordingLog log;
-    for (const int code : {15, 2, 6, 22, 4, 8, 21, 11, 99})
+    for (const int code : {15, 2, 22, 99})
         ServiceSystem::signal(code);
-    const std::vector<String> expected = {
-        L"Termination request.",  L"CTRL+C signal.",          L"Abnormal termination.",
-        L"Abnormal termination.", L"Illegal instruction.",    L"Floating-point error.",
-        L"Ctrl-Break sequence",   L"Illegal storage access.", L"Unknown signal."};
-    CHECK(log.warnings() == expected);
+    CHECK(log.warnings() == std::vector<String>{L"Termination request.", L"CTRL+C signal.",
+                                                L"Abnormal termination.", L"Unknown signal."});
     CHECK(ServiceSystem::shutdownSystem()); // nothing to shut down, and nothing to wait for
 }

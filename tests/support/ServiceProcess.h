@@ -18,12 +18,12 @@ constexpr int servicePatienceMs = 60'000;
 /** What stands for a service manager's end of the line. */
 class NotifySocket {
 public:
-    /** A path, or "@name" for a name without a file. */
-    explicit NotifySocket(const std::string& address)
-        : _address(address)
+    /** A name without a file as "@name"; a path of its own if empty. */
+    explicit NotifySocket(const std::string& address = {})
+        : _address(address.empty() ? (_place / "notify").string() : address)
     {
-        REQUIRE(address.copy(_name.sun_path, sizeof _name.sun_path) == address.size());
-        if (address[0] == '@')
+        REQUIRE(_address.copy(_name.sun_path, sizeof _name.sun_path) == _address.size());
+        if (_address[0] == '@')
             _name.sun_path[0] = 0;
         REQUIRE(bind(_socket, name(), nameSize()) == 0);
     }
@@ -71,6 +71,7 @@ private:
         return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + _address.size());
     }
 
+    const TempDirectory _place;
     const std::string _address;
     sockaddr_un _name{AF_UNIX, {}};
     int _socket = makeSocket();
@@ -103,13 +104,13 @@ public:
     ServiceProcess& operator=(ServiceProcess&&) = delete;
 
     void kill(int signal) const { REQUIRE(::kill(_id, signal) == 0); }
-    /** The exit status, or -1 for another end. */
+    /** The exit status, or the negative number of the signal that ended it. */
     int wait()
     {
         int status = 0;
         REQUIRE(waitpid(_id, &status, 0) == _id);
         _id = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
 private:

@@ -2,6 +2,7 @@
 #include <doctest/doctest.h>
 
 #include <orvi/core/Encoding.h>
+#include <orvi/core/Exception.h>
 
 /** Lets a failed check show strings, literals and labels as text. */
 namespace doctest {
@@ -30,3 +31,8 @@ struct StringMaker<const wchar_t*> {
 };
 
 } // namespace doctest
+
+REGISTER_EXCEPTION_TRANSLATOR(const orvi::Exception& exception)
+{
+    return doctest::shown(exception.description());
+}
