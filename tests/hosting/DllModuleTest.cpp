@@ -67,7 +67,6 @@ TEST_CASE("what does not load says why, and the module keeps what it had")
         {place.name("missing.so"), L"No such file or directory"},
         {L"no-such-library.so", L"No such file or directory"}, // in the system's places
         {L"", L"No such file or directory"},                   // which the system takes for the program
-        {place.name("."), L": "},
         {L"/dev/null", L": "},
         {unresolved, L"nobodyHasThis"},
     };
@@ -77,7 +76,6 @@ TEST_CASE("what does not load says why, and the module keeps what it had")
         const RecordingLog log;
         CHECK_FALSE(module->load(row.fileName));
         const String line = log.errors().at(0);
-        CAPTURE(line);
         CHECK(line.find(String(L"Unable to load ") + row.fileName + L".  ") == 0);
         CHECK(line.find(row.reason) > 0);
         CHECK(line.find(L'\n') < 0);
@@ -92,10 +90,8 @@ TEST_CASE("a name that a module does not export is told with both names")
     const Handle_T<DllModule> module = loadGadget();
     const RecordingLog log;
     for (const wchar_t* name : {L"größe", L"", static_cast<const wchar_t*>(nullptr)}) {
-        log.clear();
         CHECK(module->getProcAddress(name) == nullptr);
-        const String line = log.errors().at(0);
-        CAPTURE(line);
+        const String line = log.errors().back();
         CHECK(line.find(String(L"The procedure entry point ") + name +
                         L" could not be located in the dynamic link library " + gadget + L". ") == 0);
         CHECK(line.find(L"undefined symbol") > 0);
