@@ -75,7 +75,6 @@ TEST_CASE("applications of all kinds answer or refuse, and so do their clients a
         {"! start counter x 0", "no application of the kind 'counter' with these parameters"},
         {"! classes read 4f2e5e3400060041004100", "exception: "},
         {"! load \"" ORVI_APPHOST_OTHER_MODULE "\"", "is no module for this program"},
-        {"! documents get d id[0]", "'id' is no array"},
         {"! objects edit b due \"soon\"",
          "the library reports: void convertPropertyToClass(JsonValue const &,Time &)"},
     };
@@ -109,7 +108,6 @@ TEST_CASE("the exit status tells about the commands and the call")
         {{"none"}, 2, "cannot open 'none'"},
         {{"."}, 1, "cannot read on: "},
         {{"good", "bad"}, 2, "usage: apphost"},
-        {{"--help"}, 0, "usage: apphost"},
         {{"--log"}, 1, "Unable to load ./none.  ./none: "},
         {{"--config", "apps"}, 1, "host      clock, kind time\n"},
         {{"--config", "good"}, 2, "no names under the key 'apps'"},

@@ -5,8 +5,6 @@
 
 #include <orvi/core/Core.h>
 
-#include <string>
-
 using namespace orvi;
 
 namespace {
