@@ -214,21 +214,23 @@ TEST_CASE("doubles print as the format %.16g and parse as the C library does")
 {
     std::mt19937_64 random(5);
     String text;
+    const auto check = [&](bool good) { // CHECK is slow
+        if (!good)
+            FAIL(utf8(text).c_str());
+    };
     const auto checkParsed = [&] {
         JsonValue parsed;
         const wchar_t* const end = Json::parseValue(text, parsed);
         const double expected = std::strtod(utf8(text).c_str(), nullptr);
         const double got = parsed.asDouble();
-        if (end == nullptr || *end != 0 || (std::memcmp(&got, &expected, sizeof got) != 0 && got != 0))
-            FAIL(utf8(text).c_str()); // CHECK is slow
+        check(end != nullptr && *end == 0 && (std::memcmp(&got, &expected, sizeof got) == 0 || got == 0));
     };
     for (int i = 0; i < 100'000; ++i) {
         const std::uint64_t bits = random();
         for (const double value : {std::bit_cast<double>(bits), static_cast<double>(bits) / (i + 0.5),
                                    (i - 50'000) / 1000.0}) { // any, of common size, short
             text.format(L"%.16g", value);
-            if (JsonValue(value).asString() != text)
-                FAIL(utf8(text).c_str());
+            check(JsonValue(value).asString() == text);
             if (std::isfinite(value))
                 checkParsed();
         }
@@ -308,7 +310,7 @@ TEST_CASE("values travel through streams and files as UTF-8")
     for (const String& to :
          {directory.name("."), directory.name("missing/value"), String(), String(L"/dev/full")})
         CHECK(!Json::save(value, to, false));
-    CHECK(log.errors().size() == 3); // none for the empty name
+    CHECK((log.errors().size() == 3 && fs::is_character_file("/dev/full"))); // no word about the empty name
 }
 
 TEST_CASE("a save that fails leaves the old document, and one that does not keeps its links and permissions")
@@ -357,7 +359,6 @@ TEST_CASE("a save that fails leaves the old document, and one that does not keep
     CHECK((Json::save(2, pipePath, false) && read(ends[0], &digit, 1) == 1 && digit == '2'));
     close(ends[0]);
     close(ends[1]);
-    CHECK(fs::is_character_file("/dev/full"));
     for (const auto& entry : fs::recursive_directory_iterator(directory.path()))
         CHECK(entry.path().filename().string().find(".orvi") != 0);
 }

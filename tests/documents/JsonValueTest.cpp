@@ -120,12 +120,9 @@ TEST_CASE("each kind of argument makes its kind of value")
     for (const auto& row : rows) {
         CAPTURE(row.text);
         const JsonValue value = row.value;
-        CHECK(value.type() == row.type);
-        CHECK(value.asString() == row.text);
-        CHECK(value.asBool() == row.isTrue);
-        CHECK(value.asDouble() == row.number);
-        CHECK(value.asFloat() == static_cast<float>(row.number));
-        CHECK(value.empty() == (row.type == nullValue));
+        CHECK((value.type() == row.type && value.empty() == (row.type == nullValue)));
+        CHECK((value.asString() == row.text && value.asBool() == row.isTrue));
+        CHECK((value.asDouble() == row.number && value.asFloat() == static_cast<float>(row.number)));
     }
     CHECK((JsonValue(notANumber).asBool() && log.lines().empty()));
     for (const JsonValue& value : {JsonValue(arrayValue), JsonValue(objectValue)}) {
@@ -189,8 +186,9 @@ TEST_CASE("an entry stays in its place while others are added, and copies have t
             *places.back().first = *places.back().second = i;
         }
         REQUIRE((array.size() == 700 && object.size() == 700));
-        for (int i = 0; i < 700; ++i)
-            REQUIRE((*places[i].first == i && *places[i].second == i));
+        int expected = 0;
+        for (const auto& [element, member] : places)
+            REQUIRE((*element == expected && *member == expected++));
         const JsonValue copies[] = {array, object};
         CHECK((copies[0] == array && copies[1] == object));
         array[step] = object[convertToString(step)] = L"changed";

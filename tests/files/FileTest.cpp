@@ -46,8 +46,7 @@ TEST_CASE("a file has a name while it is open, and without a word gives -1 when 
     file->close();
     file->close();
     CHECK(directory.read("Журнал 日本.bin") == "hello world");
-    CHECK((file->isInvalid() && file->getFileName().isEmpty()));
-    CHECK_FALSE(file->eof());
+    CHECK((file->isInvalid() && file->getFileName().isEmpty() && !file->eof()));
     char byte = 0;
     for (const int result :
          {file->available(), file->peek(&byte, 1), file->read(&byte, 1), file->write(&byte, 1),
@@ -65,8 +64,7 @@ TEST_CASE("what does not open says why and leaves the file closed")
         CAPTURE(name);
         const Handle_T<File> file = openFile(there, File::readOnly);
         const RecordingLog log;
-        CHECK_FALSE(file->open(name, flags, all));
-        CHECK((file->isInvalid() && file->getFileName().isEmpty()));
+        CHECK((!file->open(name, flags, all) && file->isInvalid() && file->getFileName().isEmpty()));
         const Texts errors(reason.isEmpty() ? 0 : 1, L"Open file error! " + reason + L" File:" + name);
         CHECK(log.errors() == errors);
     };
@@ -88,8 +86,7 @@ TEST_CASE("flags choose directions, and what becomes of a file that exists")
         CAPTURE(flags);
         directory.write("file", "abcd");
         const Handle_T<File> file = openFile(directory.name("file"), flags);
-        CHECK(take(*file, 10) == read);
-        CHECK(put(*file, "XY") == written);
+        CHECK((take(*file, 10) == read && put(*file, "XY") == written));
         file->close();
         CHECK(directory.read("file") == left);
     };
@@ -171,8 +168,7 @@ TEST_CASE("bytes that others append are seen at the end")
     const Handle_T<File> reader = openFile(name, File::readOnly);
     CHECK(put(*writer, "one\n") == 4);
     CHECK(put(*openFile(name, File::writeOnly | File::append), "two\n") == 4);
-    CHECK(take(*reader, 100) == "two\n");
-    CHECK(writer->getArchiveSize() == 8);
+    CHECK((take(*reader, 100) == "two\n" && writer->getArchiveSize() == 8));
     writer->close();
     CHECK((reader->available() == 4 && take(*reader, 100) == "one\n"));
 }
@@ -338,6 +334,7 @@ TEST_CASE("the text of an error follows its meaning")
     CHECK(textOf(0).isEmpty());
     CHECK(textOf(26) == L"UNKNOWN: Unknown error(26).");
     CHECK(textOf(EDEADLK) == L"EDEADLK: Resource deadlock would occur."); // the first whose number differs
+    CHECK(textOf(EILSEQ) == L"EILSEQ: Illegal byte sequence.");
     CHECK(textOf(80) == L"STRUNCATE: String was truncated");
     for (const int unknown : {ELOOP, -1, 100000})
         CHECK(textOf(unknown) == L"UNKNOWN: Unknown error");

@@ -1,7 +1,7 @@
 #include "ChildProcess.h"
 #include "FaultyIO.h"
 #include "RecordingLog.h"
-#include "TempDirectory.h"
+#include "ServiceProcess.h"
 #include "TextPrinting.h"
 
 #include <orvi/core/Buffer.h>
@@ -197,14 +197,11 @@ TEST_CASE("child: outlives the library's store" * doctest::skip())
 TEST_CASE("a stream that lives on at the end of the process does no harm")
 {
     const TempDirectory directory;
-    const pid_t child = fork();
-    REQUIRE(child >= 0);
-    if (child == 0) { // another program: here the clean-ups may be registered already
+    CHECK(succeedsInChild([&] { // another program: here the clean-ups may be registered already
         setenv("TMPDIR", directory.path().c_str(), 1);
         execl("/proc/self/exe", "child", "-tc=child: outlives the library's store", "--no-skip", nullptr);
-        _exit(127);
-    }
-    CHECK(endsWell(child));
+        REQUIRE(false);
+    }));
     CHECK(std::filesystem::is_empty(directory.path()));
 }
 
@@ -212,9 +209,7 @@ TEST_CASE("a fork leaves a spilled stream right in both processes, whatever eith
 {
     Flow flow;
     REQUIRE(flow.write(limit + (6 << 20), 1 << 20));
-    int turn[2], answer[2]; // a byte in one hands over to the other
-    REQUIRE((pipe(turn) == 0 && pipe(answer) == 0));
-    char byte = 0;
+    const Bell turn, answer; // each hands over to the other process
     const auto spillAnother = [](unsigned int seed) {
         Flow own(MemoryStream::createInstance(), seed);
         return own.write(limit + (7 << 20), 1 << 20) && own.read(limit + (7 << 20), 1 << 16);
@@ -223,25 +218,23 @@ TEST_CASE("a fork leaves a spilled stream right in both processes, whatever eith
     const pid_t unheard = _Fork();
     if (unheard == 0) {
         const std::string bytes = take(*flow.stream, limit + (6 << 20));
+        char byte = 0;
         const bool good = bytes.size() == limit - pageSize && flow.stream->read(&byte, 1) == -1;
         _exit(good && spillAnother(3) ? 0 : 1);
     }
     const pid_t child = fork();
     if (child == 0) {
-        bool good = flow.read(limit + (2 << 20), 5000) && spillAnother(1) && write(answer[1], "", 1) == 1;
-        good =
-            good && read(turn[0], &byte, 1) == 1 && flow.read(4 << 20, 5000) && flow.stream->available() == 0;
+        bool good = flow.read(limit + (2 << 20), 5000) && spillAnother(1);
+        answer.ring();
+        good = good && turn.wait() && flow.read(4 << 20, 5000) && flow.stream->available() == 0;
         _exit(good && spillAnother(2) ? 0 : 1);
     }
-    close(answer[1]);
-    CHECK(read(answer[0], &byte, 1) == 1);
+    CHECK(answer.wait());
     CHECK(flow.read(limit + (4 << 20), 5000)); // more than the child has read so far
     CHECK(spillAnother(4));
-    CHECK(write(turn[1], "", 1) == 1);
+    turn.ring();
     CHECK(flow.read(2 << 20, 5000));
     CHECK((endsWell(unheard) && endsWell(child)));
-    for (const int end : {turn[0], turn[1], answer[0]})
-        close(end);
     CHECK((spillAnother(5) && spillFiles().size() == 1)); // the one from before the fork went with its pages
 }
 
@@ -289,8 +282,7 @@ TEST_CASE("a copy shares the pages, and either may go first")
         Stream copy = new MemoryStream(*stream);
         change(stream, copy);
         Flow flow(copy);
-        CHECK(flow.read(size - 5, 999));
-        CHECK((put(*copy, "more") == 4 && flow.read(5, 5)));
+        CHECK((flow.read(size - 5, 999) && put(*copy, "more") == 4 && flow.read(5, 5)));
         CHECK(take(*copy, 10) == "more");
     };
     check([](Stream& stream, Stream&) { stream.setNull(); });
