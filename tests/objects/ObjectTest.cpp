@@ -151,7 +151,7 @@ TEST_CASE("handles on one object come and go in many threads")
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([copy = shared, &start] {
             start.arrive_and_wait();
-            for (int round = 0; round < 100'000; ++round)
+            for (int round = 0; round < 400'000; ++round)
                 const Handle_T<Unknown> another = copy;
         });
     }
