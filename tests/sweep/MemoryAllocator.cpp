@@ -1,7 +1,6 @@
 #include "MemorySweep.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <new>
 
@@ -18,7 +17,6 @@ extern "C" {
 void* WAY_THROUGH(malloc)(std::size_t);
 void* WAY_THROUGH(calloc)(std::size_t, std::size_t);
 void* WAY_THROUGH(realloc)(void*, std::size_t);
-void* WAY_THROUGH(memalign)(std::size_t, std::size_t);
 void WAY_THROUGH(free)(void*);
 }
 
@@ -103,8 +101,6 @@ bool refuses(std::size_t size = 0, const void* caller = nullptr) noexcept
         return false;
     }
     failed = true;
-    if (Allocator::stopsForDebugger)
-        std::raise(SIGTRAP);
     errno = ENOMEM;
     return true;
 }
@@ -124,11 +120,6 @@ void* get(std::size_t size, const void* caller = nullptr) noexcept
     return block;
 }
 
-void* getAligned(std::size_t alignment, std::size_t size) noexcept
-{
-    return refuses() ? nullptr : count(WAY_THROUGH(memalign)(alignment, size));
-}
-
 void giveBack(void* block) noexcept
 {
     live.fetch_sub(block != nullptr ? 1 : 0, std::memory_order_relaxed);
@@ -136,16 +127,7 @@ void giveBack(void* block) noexcept
     WAY_THROUGH(free)(block);
 }
 
-void* orThrow(void* block)
-{
-    if (block == nullptr)
-        throw std::bad_alloc();
-    return block;
-}
-
 } // namespace
-
-bool Allocator::stopsForDebugger = false;
 
 void Allocator::arm(long failAt, bool andAllLater) noexcept
 {
@@ -187,43 +169,20 @@ void* realloc(void* block, std::size_t size) noexcept
     giveBack(block);
     return nullptr;
 }
-void* memalign(std::size_t alignment, std::size_t size) noexcept { return getAligned(alignment, size); }
-void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept { return getAligned(alignment, size); }
-int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept
-{
-    void* const made = getAligned(alignment, size);
-    if (made == nullptr)
-        return ENOMEM;
-    *block = made;
-    return 0;
-}
 } // extern "C"
 
-// A sanitizer has operators of its own, which do not come by malloc.
-using std::align_val_t, std::size_t, std::nothrow_t;
-void* operator new(size_t size) { return orThrow(get(size)); }
-void* operator new[](size_t size) { return orThrow(get(size)); }
-void* operator new(size_t size, const nothrow_t&) noexcept { return get(size); }
-void* operator new[](size_t size, const nothrow_t&) noexcept { return get(size); }
-void* operator new(size_t size, align_val_t to) { return orThrow(getAligned(size_t(to), size)); }
-void* operator new[](size_t size, align_val_t to) { return orThrow(getAligned(size_t(to), size)); }
-void* operator new(size_t size, align_val_t to, const nothrow_t&) noexcept
+// The system's operators come by malloc, a sanitizer's do not.
+#if defined SWEEP_SANITIZED
+void* operator new(std::size_t size)
 {
-    return getAligned(size_t(to), size);
+    void* const block = get(size);
+    return block != nullptr ? block : throw std::bad_alloc();
 }
-void* operator new[](size_t size, align_val_t to, const nothrow_t&) noexcept
-{
-    return getAligned(size_t(to), size);
-}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return get(size); }
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return get(size); }
 void operator delete(void* block) noexcept { giveBack(block); }
 void operator delete[](void* block) noexcept { giveBack(block); }
-void operator delete(void* block, size_t) noexcept { giveBack(block); }
-void operator delete[](void* block, size_t) noexcept { giveBack(block); }
-void operator delete(void* block, align_val_t) noexcept { giveBack(block); }
-void operator delete[](void* block, align_val_t) noexcept { giveBack(block); }
-void operator delete(void* block, size_t, align_val_t) noexcept { giveBack(block); }
-void operator delete[](void* block, size_t, align_val_t) noexcept { giveBack(block); }
-void operator delete(void* block, const nothrow_t&) noexcept { giveBack(block); }
-void operator delete[](void* block, const nothrow_t&) noexcept { giveBack(block); }
-void operator delete(void* block, align_val_t, const nothrow_t&) noexcept { giveBack(block); }
-void operator delete[](void* block, align_val_t, const nothrow_t&) noexcept { giveBack(block); }
+void operator delete(void* block, std::size_t) noexcept { giveBack(block); }
+void operator delete[](void* block, std::size_t) noexcept { giveBack(block); }
+#endif

@@ -16,5 +16,3 @@ ORVI_DEFINE_MESSAGE(Luggage)
     table.add(L"owner", &Luggage::_owner);
     table.add(L"weight", &Luggage::_weight);
 }
-
-extern "C" ORVI_API bool hasAll() { return Guest::g_setUpCreator_ && Luggage::g_setUpCreator_; }

@@ -16,7 +16,6 @@ struct Allocator {
     static long disarm() noexcept;                           // the allocations counted
     static bool hasFailed() noexcept;                        // since arm
     static long liveBlocks() noexcept;
-    static bool stopsForDebugger; // SIGTRAP at what fails
 };
 
 /** Ends a scenario whose interface has said "no". */
@@ -25,16 +24,15 @@ struct Refusal {};
 /** What a scenario saw, as text of a fixed room: taking it down needs no memory. */
 class Seen {
 public:
-    Seen& operator<<(const wchar_t* text);
-    Seen& operator<<(const orvi::String& text) { return *this << text.getBuffer(); }
-    Seen& operator<<(const char* text);
-    Seen& operator<<(const orvi::String_T<char>& text) { return *this << text.getBuffer(); }
-    Seen& operator<<(double number);
+    Seen& operator<<(const wchar_t* text) { return add(text); }
+    Seen& operator<<(const char* text) { return add(text); }
     template <class T>
-    requires std::is_arithmetic_v<T> Seen& operator<<(T number)
+    Seen& operator<<(const orvi::String_T<T>& text)
     {
-        return *this << static_cast<double>(number);
+        return add(text.getBuffer());
     }
+    template <class T>
+    requires std::is_arithmetic_v<T> Seen& operator<<(T number) { return add(static_cast<double>(number)); }
 
     /** False is a refusal. */
     static void must(bool worked)
@@ -50,14 +48,7 @@ public:
     {
         if (text.isEmpty())
             mustNotHaveLogged();
-        return *this << convert(text);
-    }
-
-    static const wchar_t* convert(const orvi::String& text) { return text; }
-    static const char* convert(const orvi::String_T<char>& text) { return text; }
-    static const char* convert(const orvi::String_T<unsigned char>& text)
-    {
-        return reinterpret_cast<const char*>(text.getBuffer());
+        return *this << text;
     }
 
     static std::atomic<int> errors; // lines at Log::error in this run
@@ -67,18 +58,32 @@ public:
 
 private:
     template <class T>
-    Seen& addText(const T* text);
-    void add(const char* begin, std::size_t size) noexcept;
+    Seen& add(const T* text);
+    Seen& add(double number);
+    void addBytes(const char* begin, std::size_t size) noexcept;
 
     char _text[6000] = "";
     std::size_t _size = 0;
 };
 
+class ErrorCounter : public orvi::LogListener {
+public:
+    const wchar_t* getName() override { return L"sweep"; }
+    bool setparam(const wchar_t*) override { return false; }
+    void error(const wchar_t*) override { ++Seen::errors; }
+    void warning(const wchar_t*) override {}
+    void message(const wchar_t*) override {}
+    void debug(const wchar_t*) override {}
+    void whistle(bool) override {}
+};
+
 struct Scenario {
-    const char* family;
-    const char* name;
+    const char* name; // "family: what"
     void (*run)(Seen& seen);
 };
+
+/** A text of 8192 times that one. */
+orvi::String manyTimes(const wchar_t* text);
 
 extern const std::span<const Scenario> textScenarios, objectScenarios, streamScenarios, documentScenarios,
     runtimeScenarios;
