@@ -23,13 +23,11 @@ std::vector<String> split(const wchar_t* commandLine)
     const std::vector<String> arguments(argv, argv + argc);
     std::free(argv);
 
-    int entries = 0;
-    int characters = 0;
+    int entries = 0, characters = 0;
     orvi::parseArguments(commandLine, nullptr, nullptr, &entries, &characters);
     CHECK(entries == argc + 1);
     std::vector<wchar_t*> table(static_cast<std::size_t>(entries));
-    std::vector<wchar_t> text(
-        static_cast<std::size_t>(characters)); // exactly: the sanitizer sees one too many
+    std::vector<wchar_t> text(static_cast<std::size_t>(characters)); // the sanitizer sees one too many
     orvi::parseArguments(commandLine, table.data(), text.data(), &entries, &characters);
     CHECK(table.back() == nullptr);
     CHECK(std::vector<String>(table.begin(), table.end() - 1) == arguments);
@@ -57,7 +55,6 @@ TEST_CASE("a command line is split into arguments")
         {L" a", {L"", L"a"}}, // blank in front: an empty name
         {LR"("C:\my dir\"app x)", {LR"(C:\my dir\app)", L"x"}},
         {LR"(a\"b c" d)", {LR"(a\b c)", L"d"}}, // no escape in the name
-        {LR"("a b)", {L"a b"}},
         {LR"(app "a b" c"d e"f)", {L"app", L"a b", L"cd ef"}},
         {LR"(app "" x)", {L"app", L"", L"x"}},
         {LR"(app "a b)", {L"app", L"a b"}},
@@ -78,13 +75,12 @@ TEST_CASE("a command line is split into arguments")
 
 TEST_CASE("either table may be missing")
 {
-    int entries = 0;
-    int characters = 0;
+    int entries = 0, characters = 0;
     wchar_t text[6];
+    wchar_t* table[3] = {text, text, text};
     orvi::parseArguments(L"ab cd", nullptr, text, &entries, &characters);
     CHECK(entries == 3);
     CHECK(String(text + 3) == L"cd");
-    wchar_t* table[3] = {text, text, text};
     orvi::parseArguments(L"ab cd", table, nullptr, &entries, &characters);
     CHECK(table[0] == nullptr);
     CHECK(table[2] == nullptr);
@@ -148,10 +144,8 @@ TEST_CASE("tokens, spaces, lines and comments come off the front")
     }
     CHECK(after(orvi::skipSpaces, L" \t\r\n a ") == L"a ");
     CHECK(after(orvi::skipLine, L"a\r\n\nb") == L"\nb");
-    CHECK(after(orvi::skipLine, L"no end") == L"");
     CHECK(after(orvi::skipComments, L" # one\n\n\t#two\r\n  x # y\n") == L"x # y\n");
     CHECK(after(orvi::skipComments, L"# no end") == L"");
-    CHECK(after(orvi::skipComments, L" \n ") == L"");
 }
 
 TEST_CASE("many lines of comment take no more than their length")
