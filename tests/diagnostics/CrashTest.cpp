@@ -1,37 +1,22 @@
+#include "ChildProcess.h"
 #include "RefusedCall.h"
-#include "TempDirectory.h"
+#include "ServiceProcess.h"
 #include "TextPrinting.h"
 
 #include <orvi/core/CrashReporter.h>
 
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string contentOf(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 void takeAllMemory()
 {
@@ -52,34 +37,26 @@ public:
     void run(
         const std::vector<std::string>& options, const std::function<void()>& prepare = [] {})
     {
-        const std::string output = (place.path() / "output").string();
         const pid_t child = fork();
         REQUIRE(child >= 0);
         if (child == 0) {
-            const std::string path = program().string();
-            std::vector<char*> argv = {const_cast<char*>(path.c_str())};
-            for (const std::string& option : options)
-                argv.push_back(const_cast<char*>(option.c_str()));
-            argv.push_back(nullptr);
             prepare();
-            const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            if (dup2(file, 1) != 1 || dup2(file, 2) != 2)
-                _exit(127);
-            execv(argv[0], argv.data());
+            const int file = open((place / "output").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            if (dup2(file, 1) == 1 && dup2(file, 2) == 2)
+                execute(program().c_str(), options);
             _exit(127);
         }
         for (;;) {
-            while (waitpid(child, &status, 0) < 0)
-                REQUIRE(errno == EINTR);
+            REQUIRE(waitpid(child, &status, 0) == child);
             if (!WIFSTOPPED(status))
                 break;
             const int signal = WSTOPSIG(status);
             ptrace(PTRACE_CONT, child, nullptr, static_cast<long>(signal == SIGTRAP ? 0 : signal));
         }
-        said = contentOf(output);
+        said = place.read("output");
     }
 
-    fs::path program() const { return place.path() / "crash"; }
+    fs::path program() const { return place / "crash"; }
     /** The one file of a crash with this extension; empty when there is none. */
     fs::path file(const char* extension) const
     {
@@ -93,8 +70,8 @@ public:
         }
         return found;
     }
-    std::string report() const { return contentOf(file(".log")); }
-    std::string dump() const { return contentOf(file(".dmp")); }
+    std::string report() const { return place.read(file(".log")); }
+    std::string dump() const { return place.read(file(".dmp")); }
     int signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
 
     TempDirectory place;
@@ -223,20 +200,14 @@ TEST_CASE("without a process left, a report is as complete as may be")
 
 TEST_CASE("a thread that finds no memory goes on, and knows that it is not ready")
 {
-    const pid_t child = fork();
-    REQUIRE(child >= 0);
-    if (child == 0) {
+    CHECK(succeedsInChild([] {
         orvi::handled_exception_filter();
         std::thread([] {
             takeAllMemory();
             const orvi::CrashReportScope reports;
             _exit(reports.isReady() ? 1 : 0);
         }).join();
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0)
-        REQUIRE(errno == EINTR);
-    CHECK(status == 0);
+    }));
 }
 
 TEST_CASE("a report can be asked for, once, and is called by the local time")
@@ -259,7 +230,7 @@ TEST_CASE("a report can be asked for, once, and is called by the local time")
 TEST_CASE("without the debug module beside the library two empty files stay, and nothing is said")
 {
     Scene scene;
-    const fs::path elsewhere = scene.place.path() / "elsewhere"; // where it is not to be looked for
+    const fs::path elsewhere = scene.place / "elsewhere"; // where it is not to be looked for
     fs::create_directory(elsewhere);
     for (const auto& entry : fs::directory_iterator(fs::path(ORVI_CORE).parent_path())) {
         const std::string name = entry.path().filename().string();
@@ -302,7 +273,7 @@ TEST_CASE("where no file can be made there is no report, and the end is the same
     Scene scene;
     const std::time_t now = std::time(nullptr);
     for (std::time_t second = now; second < now + 60; ++second)
-        std::ofstream(scene.place.path() / dumpName(second)) << "taken";
+        scene.place.write(dumpName(second));
     scene.run({"division"}, [] { setenv("TZ", "UTC0", 1); });
     CHECK(scene.signal() == SIGFPE);
     CHECK(scene.file(".log").empty());
