@@ -5,7 +5,7 @@
 using namespace orvi;
 using sweep::Seen;
 
-namespace sweep::classes {
+namespace {
 
 struct Colour {
     int red = 0;
@@ -67,12 +67,6 @@ Handle_T<Tree> grow()
     Seen::mustNotHaveLogged(); // no empty texts in the tree
     return tree;
 }
-
-} // namespace sweep::classes
-
-namespace {
-
-using namespace sweep::classes;
 
 constexpr const wchar_t* document =
     L"{\"a\":[1,2.5,true,null,\"t\\u00e9xt\\n and a longer one that does not fit\"],\"b\":{\"c\":{\"d\":-7}},"

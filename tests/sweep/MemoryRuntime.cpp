@@ -23,14 +23,13 @@ bool comes(Condition condition)
 }
 
 /** Ends itself after three turns of its tasks; an end that does not come is the test's to notice. */
-class Short : public System {
+template <class Base>
+class Short : public Base {
 public:
     bool init() override
     {
-        if (!System::init())
-            return false;
         const auto tick = Tick::createInstance();
-        return tick->addTickHandler(Tick::Handler(this, &Short::turn)) && tick->start(this) &&
+        return Base::init() && tick->addTickHandler(Tick::Handler(this, &Short::turn)) && tick->start(this) &&
                Yield::createInstance(0)->start(this);
     }
     int turns = 0;
@@ -39,13 +38,13 @@ private:
     void turn(unsigned int)
     {
         if (++turns == 3)
-            shutdown();
+            this->shutdown();
     }
 };
 
 void loop(Seen& seen)
 {
-    const Handle_T<Short> system = new Short;
+    const Handle_T<Short<System>> system = new Short<System>;
     seen << system->load();
     system->start();
     seen << (system->getState() == System::STATE_STOPPING);
@@ -58,7 +57,7 @@ void loop(Seen& seen)
 void thread(Seen& seen)
 {
     const auto runner = Thread::createInstance();
-    const Handle_T<Short> system = new Short;
+    const Handle_T<Short<System>> system = new Short<System>;
     const bool started = runner->start(system);
     const bool ended = !started || comes([&] { return runner->getSystem().isNull(); });
     runner->shutdown();
@@ -158,22 +157,14 @@ void app(Seen& seen)
     }
 }
 
-class Served : public ServiceSystem {
+class Served : public Short<ServiceSystem> {
 public:
     bool init() override
     {
-        const auto tick = Tick::createInstance();
-        return ServiceSystem::init() && tick->addTickHandler(Tick::Handler(this, &Served::turn)) &&
-               tick->start(this);
+        argument = getArguments(L"port", L"none");
+        return Short::init();
     }
     String argument;
-
-protected:
-    void turn(unsigned int)
-    {
-        argument = getArguments(L"port", L"none");
-        shutdownSystem();
-    }
 };
 
 void serviceSystem(Seen& seen)

@@ -5,26 +5,12 @@
 #include "platform/hosting/ServiceManager.h"
 #include "platform/posix/hosting/ServicePlaces.h"
 
-#include <orvi/core/ArchiveFactory.h>
-#include <orvi/core/Configuration.h>
-#include <orvi/core/Console.h>
-#include <orvi/core/Digest.h>
-#include <orvi/core/Directory.h>
-#include <orvi/core/Encoding.h>
-#include <orvi/core/File.h>
-#include <orvi/core/FileMutex.h>
-#include <orvi/core/Json.h>
-#include <orvi/core/MemoryStream.h>
-#include <orvi/core/Time.h>
-#include <orvi/core/Uuid.h>
+#include <orvi/core/Core.h>
 
-#include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <new>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -63,7 +49,7 @@ bool holdsOnly(const fs::path& place, std::initializer_list<const char*> names)
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(place), {})) == found;
 }
 
-Outcome told(bool success) { return success ? Outcome::Done : Outcome::Failed; }
+Outcome doneIf(bool success) { return success ? Outcome::Done : Outcome::Failed; }
 
 bool write(File& file, const std::string& text)
 {
@@ -97,7 +83,7 @@ Outcome files(const fs::path& place)
     const std::string stored = contentOf(place / "file");
     if ((isStored && stored != head + tail) || stored.find(found) != 0 || (isRead && found != stored))
         return Outcome::Wrong;
-    return told(isStored && isRead);
+    return doneIf(isStored && isRead);
 }
 
 Outcome temporaryFiles(const fs::path& place)
@@ -110,24 +96,25 @@ Outcome temporaryFiles(const fs::path& place)
         isDone = !file.isNull() && write(*file, "x") && file->setPosition(0) == 0 &&
                  file->read(&byte, 1) == 1 && byte == 'x';
     }
-    return holdsOnly(place.parent_path(), {"1", "2"}) || hasFailed("remove") ? told(isDone) : Outcome::Wrong;
+    return holdsOnly(place.parent_path(), {"1", "2"}) || hasFailed("remove") ? doneIf(isDone)
+                                                                             : Outcome::Wrong;
 }
 
 Outcome streams(const fs::path&)
 {
     const std::string& text = g_muchText;
+    const auto size = static_cast<int>(text.size());
     std::string found(text.size(), ' ');
     int written = 0, read = 0;
     {
         const Armed armed;
         const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
-        written = stream->write(text.data(), static_cast<int>(text.size()));
+        written = stream->write(text.data(), size);
         for (int count = 1; count > 0; read += std::max(count, 0))
             count = stream->read(found.data() + read, 3'000);
     }
     found.resize(static_cast<std::size_t>(read));
-    return text.find(found) != 0 ? Outcome::Wrong
-                                 : told(written == static_cast<int>(text.size()) && read == written);
+    return text.find(found) != 0 ? Outcome::Wrong : doneIf(written == size && read == written);
 }
 
 Outcome mutexes(const fs::path& place)
@@ -143,21 +130,20 @@ Outcome mutexes(const fs::path& place)
         other->unlock();
         again = other->lock(0);
     }
-    const bool isLeft = fs::exists(place / "mutex") && !hasFailed("unlink") && !hasFailed("fstat") &&
-                        !hasFailed("stat") && !hasFailed("flock");
-    return (first && second) || isLeft ? Outcome::Wrong : told(first && again);
+    const bool mayStay = hasFailed("unlink") || hasFailed("fstat") || hasFailed("stat") || hasFailed("flock");
+    const bool isLeft = fs::exists(place / "mutex") && !mayStay;
+    return (first && second) || isLeft ? Outcome::Wrong : doneIf(first && again);
 }
 
 Outcome directories(const fs::path& place)
 {
     const String root = nameOf(place) + L"/";
     std::list<String> found;
-    bool isMade = false;
     {
         const Armed armed;
         createDirectory(L"a/b", root);
     }
-    isMade = fs::exists(place / "a/b");
+    const bool isMade = fs::exists(place / "a/b");
     fs::create_directories(place / "a/b");
     for (const char* name : {"a/b/one", "a/two", "three"})
         std::ofstream(place / name) << name;
@@ -167,12 +153,9 @@ Outcome directories(const fs::path& place)
     } catch (const std::bad_alloc&) { // ENOMEM
         return Outcome::Failed;
     }
-    for (const String& path : found) {
-        if (!isFileExists(path))
-            return Outcome::Wrong;
-    }
-    return found.size() > 3 ? Outcome::Wrong
-                            : told(isMade && found.size() == 3); // what does not open is passed over
+    if (found.size() > 3 || !std::ranges::all_of(found, isFileExists))
+        return Outcome::Wrong;
+    return doneIf(isMade && found.size() == 3); // what does not open is passed over
 }
 
 /** With a document there, or a link to one, or none. */
@@ -197,7 +180,7 @@ Outcome saves(const fs::path& place)
     const bool isKept = !isThere || (status.st_mode & 0777) == 0604;
     const bool isWhole = contentOf(target) == (isSaved ? "\"new\"" : isThere ? "old" : "");
     const bool isClean = holdsOnly(place, {"target", "link"}) || hasFailed("unlinkat");
-    return isWhole && isKept && isClean ? told(isSaved) : Outcome::Wrong;
+    return isWhole && isKept && isClean ? doneIf(isSaved) : Outcome::Wrong;
 }
 
 Outcome loads(const fs::path& place)
@@ -212,9 +195,13 @@ Outcome loads(const fs::path& place)
     const RecordingLog log;
     String text;
     JsonValue value;
-    bool isLoaded = false, isDigested = false, isOpen = false;
+    int told = 0, same = 0;
+    Time created, modified;
+    bool isKnown = false, isLoaded = false, isDigested = false, isOpen = false;
     {
         const Armed armed;
+        told = getFileSize(conf);
+        isKnown = getFileInfo(conf, same, created, modified) && isFileExists(conf) && told == size;
         text = getConfigString(conf, L"a", L"x", L"none");
         isLoaded = Json::load(value, L"memory://<<file://" + nameOf(place / "json"));
         isDigested = calcFileMd5(conf, checksum);
@@ -224,25 +211,11 @@ Outcome loads(const fs::path& place)
             return Outcome::Wrong;
     }
     const bool isTold = text == L"5" || !log.errors().empty();
-    const bool isTrue = (!isLoaded || Json::convertToString(value, false) == L"[1,2]") &&
+    const bool isTrue = (told == size || told == -1) && (same == size || same == -1) &&
+                        (!isLoaded || Json::convertToString(value, false) == L"[1,2]") &&
                         (!isDigested || checksum == expected);
-    return isTold && isTrue ? told(text == L"5" && isLoaded && isDigested && isOpen) : Outcome::Wrong;
-}
-
-Outcome questions(const fs::path& place)
-{
-    std::ofstream(place / "file") << "12345";
-    const String name = nameOf(place / "file");
-    int size = 0, same = 0;
-    Time created, modified;
-    bool isKnown = false;
-    {
-        const Armed armed;
-        size = getFileSize(name);
-        isKnown = getFileInfo(name, same, created, modified) && isFileExists(name);
-    }
-    return (size == 5 || size == -1) && (same == 5 || same == -1) ? told(size == 5 && isKnown)
-                                                                  : Outcome::Wrong;
+    return isTold && isTrue ? doneIf(text == L"5" && isKnown && isLoaded && isDigested && isOpen)
+                            : Outcome::Wrong;
 }
 
 Outcome services(const fs::path& place)
@@ -276,19 +249,17 @@ Outcome services(const fs::path& place)
     }
     if ((isRemoved && !unit().empty()) || (!line.isEmpty() && line != "/bin/true word"))
         return Outcome::Wrong;
-    return told(isRemoved && !line.isEmpty());
+    return doneIf(isRemoved && !line.isEmpty());
 }
 
-Outcome links(const fs::path&)
+Outcome links(const fs::path& place)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string name = "@orvi-sweep-" + std::to_string(getpid());
-    std::memcpy(address.sun_path, name.data(), name.size());
-    address.sun_path[0] = 0;
+    const std::string name = place.parent_path() / "door"; // the library knows the first one's name
+    fs::remove(name);
+    sockaddr_un address{AF_UNIX, {}};
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
     const int door = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
-    if (bind(door, reinterpret_cast<sockaddr*>(&address), size) != 0)
+    if (bind(door, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
         return Outcome::Wrong;
     setenv("NOTIFY_SOCKET", name.c_str(), 1);
     bool isReported = false;
@@ -299,13 +270,12 @@ Outcome links(const fs::path&)
     char message[100];
     const bool isHeard = recv(door, message, sizeof message, MSG_DONTWAIT) > 0;
     close(door);
-    return isReported && !isHeard ? Outcome::Wrong : told(isReported);
+    return isReported && !isHeard ? Outcome::Wrong : doneIf(isReported);
 }
 
 Outcome consoles(const fs::path& place)
 {
     const std::string text = patternOf(40'000);
-    const String wide = StringHelper::utf8ToWide(text.c_str());
     const int before = dup(STDOUT_FILENO);
     const int file = open((place / "output").c_str(), O_RDWR | O_CREAT, 0600);
     dup2(file, STDOUT_FILENO);
@@ -314,14 +284,14 @@ Outcome consoles(const fs::path& place)
         ConsoleScreenBufferInfo info;
         Console::getScreenBufferInfo(info);
         Console::setTextAttribute(14);
-        Console::output(L"%s", wide.getBuffer());
+        Console::output(L"%S", text.c_str());
         Console::setTitle(L"title");
     }
     dup2(before, STDOUT_FILENO);
     close(before);
     close(file);
     const std::string found = contentOf(place / "output"); // what cannot be written is dropped
-    return text.find(found) != 0 ? Outcome::Wrong : told(found == text);
+    return text.find(found) != 0 ? Outcome::Wrong : doneIf(found == text);
 }
 
 Outcome uuids(const fs::path&)
@@ -339,7 +309,6 @@ constexpr Scene all[] = {
     {"save over a document", saves<true>},
     {"save a new document", saves<false>},
     {"loads", loads},
-    {"questions", questions},
     {"services", services},
     {"service link", links},
     {"console", consoles},
