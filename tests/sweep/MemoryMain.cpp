@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -81,7 +79,7 @@ namespace {
 ErrorCounter errorCounter;
 
 constexpr int patienceSeconds = 60; // the machine may be busy
-constexpr int maxFindings = 300;
+constexpr int maxFindings = 20;     // that are shown of a scenario
 
 struct Options {
     bool isShort = false;
@@ -114,27 +112,27 @@ struct Report {
     bool isDone;      // no more allocations to fail
     int cases, refused, complete;
     int unreached; // allocations that there was no time for
-    int findingCount;
-    char findings[maxFindings][500];
+    int findings;
 } * report;
 
 struct Mode {
     bool andAllLater, isCold;
 };
 
+const Scenario* current = nullptr;
+const int terminal = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 200); // for the children too
+
 __attribute__((format(printf, 2, 3))) void find(const Mode& mode, const char* format, ...)
 {
-    const int index = report->findingCount++;
-    if (index >= maxFindings)
+    if (report->findings++ >= maxFindings)
         return;
-    char* line = report->findings[index];
-    const std::size_t room = sizeof report->findings[0];
-    const int used = std::snprintf(line, room, "%ld%s%s: ", report->at, mode.isCold ? ", cold" : "",
-                                   mode.andAllLater ? ", and all later" : "");
+    dprintf(terminal, "%s, allocation %ld%s%s: ", current->name, report->at, mode.isCold ? ", cold" : "",
+            mode.andAllLater ? ", and all later" : "");
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(line + used, room - static_cast<std::size_t>(used), format, arguments);
+    vdprintf(terminal, format, arguments);
     va_end(arguments);
+    dprintf(terminal, "\n");
 }
 
 End runOnce(const Scenario& scenario, Seen& seen, long failAt = 0, bool andAllLater = false)
@@ -208,20 +206,6 @@ void runPlain(const Scenario& scenario, const Mode& mode, const char* when = "do
         find(mode, "%s: ...%.150s", when, difference(seen, report->expected));
 }
 
-/** What a failure makes once and keeps, as the file that streams spill into, is not lost: it must grow again. */
-void judgeGrowth(const Scenario& scenario, const Mode& mode)
-{
-    const long blocks = Allocator::liveBlocks();
-    const int handles = countHandles();
-    Seen ignored;
-    runOnce(scenario, ignored, report->at, mode.andAllLater);
-    runPlain(scenario, mode);
-    if (Allocator::liveBlocks() > blocks)
-        find(mode, "leaks %ld blocks", Allocator::liveBlocks() - blocks);
-    if (countHandles() > handles)
-        find(mode, "leaves %d descriptors or files behind", countHandles() - handles);
-}
-
 /** Whether the time is over; what is left does not count as done. */
 bool mustStop(long step)
 {
@@ -237,15 +221,22 @@ void runWarm(const Scenario& scenario, const Mode& mode, long step)
     for (int i = 0; i < 3; ++i)
         runPlain(scenario, mode, "unsteady without failures");
     for (; !mustStop(step); report->at += step) {
-        const long blocks = Allocator::liveBlocks();
-        const int handles = countHandles();
-        if (!runFailing(scenario, mode))
-            break;
-        runPlain(scenario, mode);
-        if (Allocator::liveBlocks() > blocks || countHandles() > handles)
-            judgeGrowth(scenario, mode);
+        long blocks = 0;
+        int handles = 0;
+        // What a failure makes once and keeps, as the file that streams spill into, is not lost: it must grow again.
+        for (int round = 0; round < 2 && (round == 0 || blocks > 0 || handles > 0); ++round) {
+            blocks = -Allocator::liveBlocks();
+            handles = -countHandles();
+            report->isDone = !runFailing(scenario, mode);
+            if (report->isDone)
+                return;
+            runPlain(scenario, mode);
+            blocks += Allocator::liveBlocks();
+            handles += countHandles();
+        }
+        if (blocks > 0 || handles > 0)
+            find(mode, "leaks %ld blocks, %d descriptors or files", blocks, handles);
     }
-    report->isDone = true;
 }
 
 /** In a process of its own that has never run the scenario: what is made on first use is made now. */
@@ -303,7 +294,8 @@ void sweepPart(const Scenario& scenario, const Mode& mode)
 
 void sweepScenario(const Scenario& scenario, Clock::time_point end)
 {
-    report->findingCount = 0;
+    current = &scenario;
+    report->findings = 0;
     report->expected = {};
     report->isDone = false;
     report->at = options.only;
@@ -322,12 +314,6 @@ void sweepScenario(const Scenario& scenario, Clock::time_point end)
             partEnd = shareOf(end, 4 - static_cast<std::size_t>(part));
             sweepPart(scenario, {part >= 2, part % 2 != 0});
         }
-    std::set<std::string> kinds; // the first of each is shown
-    for (int i = 0; i < std::min(report->findingCount, maxFindings); ++i) {
-        const std::string line = report->findings[i];
-        if (kinds.insert(line.substr(line.find_first_not_of("0123456789"), 35)).second)
-            std::printf("%s, allocation %s\n", scenario.name, line.c_str());
-    }
 }
 
 void readOptions(int argc, char** argv)
@@ -359,22 +345,6 @@ bool isWanted(const Scenario& scenario)
 
 } // namespace
 
-constexpr const char* homeVariable = "SWEEP_HOME";
-
-/** Goes on as a copy of the program in a directory of its own: reports of crashes come to lie beside it. */
-int moveHome(char** argv)
-{
-    std::string directory = (fs::temp_directory_path() / "sweep_XXXXXX").string();
-    if (mkdtemp(directory.data()) == nullptr)
-        return 2;
-    const std::string copy = directory + "/sweep_memory";
-    fs::copy_file("/proc/self/exe", copy);
-    fs::create_directory(directory + "/work");
-    setenv(homeVariable, directory.c_str(), 1);
-    execv(copy.c_str(), argv);
-    return 2;
-}
-
 /** sweep_memory [--short] [--seconds=of all] [--without=part] [parts of names [--at=allocation [--later]]]
 
     Every scenario has its share of the seconds; what there is no time for is told, and no failure. With --at that
@@ -384,13 +354,11 @@ int main(int argc, char** argv)
     readOptions(argc, argv);
     report = static_cast<Report*>(
         mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    if (report == MAP_FAILED)
+    std::string directory = (fs::temp_directory_path() / "sweep_XXXXXX").string();
+    if (report == MAP_FAILED || mkdtemp(directory.data()) == nullptr)
         return 2;
-    if (std::getenv(homeVariable) == nullptr)
-        return moveHome(argv);
-    const fs::path directory = std::getenv(homeVariable);
-    fs::current_path(directory / "work");
-    setenv("TMPDIR", (directory / "work").c_str(), 1);
+    fs::current_path(directory);
+    setenv("TMPDIR", directory.c_str(), 1);
 
     // Where the loader lacks memory for some of its tables it ends the process: whoever loads the module pays for that.
     orvi::DebugHelper::getDebugHelper();
@@ -402,7 +370,7 @@ int main(int argc, char** argv)
     int findings = 0;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
         sweepScenario(wanted[i], shareOf(end, wanted.size() - i));
-        findings += report->findingCount;
+        findings += report->findings;
     }
     std::printf("%zu scenarios, %d cases: %d refused, %d complete; no time for %d; %d findings\n",
                 wanted.size(), report->cases, report->refused, report->complete, report->unreached, findings);
