@@ -19,8 +19,7 @@ struct Lines : CallStack::Callback {
     void report(const char* line) override { lines.emplace_back(line); }
     bool have(const char* text) const
     {
-        return std::ranges::any_of(lines,
-                                   [&](const std::string& line) { return line.find(text) != line.npos; });
+        return std::ranges::any_of(lines, [&](const auto& line) { return line.find(text) != line.npos; });
     }
     std::vector<std::string> lines;
 };
@@ -76,12 +75,8 @@ TEST_CASE("a dump names functions, files and lines, without the capture's own fr
         CHECK_FALSE(lines.have("/CallStack.cpp ("));
     };
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 5; ++round)
-                dump();
-        });
-    }
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back(dump);
     for (auto& thread : threads)
         thread.join();
 }
