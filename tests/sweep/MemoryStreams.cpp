@@ -131,12 +131,6 @@ void temporary(Seen& seen)
     }
     sweep::Allocator::disarm();
     seen << isFileExists(name);
-    const String made = TempFile::getTempFileName();
-    Seen::must(!made.isEmpty());
-    const auto file = File::createInstance();
-    const bool opened = file->open(made, File::readOnly, 0);
-    std::remove(StringHelper::wideToUtf8(made));
-    Seen::must(opened);
 }
 
 void archives(Seen& seen)

@@ -49,7 +49,10 @@ bool holdsOnly(const fs::path& place, std::initializer_list<const char*> names)
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(place), {})) == found;
 }
 
-Outcome doneIf(bool success) { return success ? Outcome::Done : Outcome::Failed; }
+Outcome judged(bool isTrue, bool isDone)
+{
+    return !isTrue ? Outcome::Wrong : isDone ? Outcome::Done : Outcome::Failed;
+}
 
 bool write(File& file, const std::string& text)
 {
@@ -81,9 +84,8 @@ Outcome files(const fs::path& place)
         file->close();
     }
     const std::string stored = contentOf(place / "file");
-    if ((isStored && stored != head + tail) || stored.find(found) != 0 || (isRead && found != stored))
-        return Outcome::Wrong;
-    return doneIf(isStored && isRead);
+    const bool isTrue = (!isStored || stored == head + tail) && (!isRead || found == stored);
+    return judged(isTrue && stored.starts_with(found), isStored && isRead);
 }
 
 Outcome temporaryFiles(const fs::path& place)
@@ -96,8 +98,7 @@ Outcome temporaryFiles(const fs::path& place)
         isDone = !file.isNull() && write(*file, "x") && file->setPosition(0) == 0 &&
                  file->read(&byte, 1) == 1 && byte == 'x';
     }
-    return holdsOnly(place.parent_path(), {"1", "2"}) || hasFailed("remove") ? doneIf(isDone)
-                                                                             : Outcome::Wrong;
+    return judged(holdsOnly(place.parent_path(), {"1", "2"}) || hasFailed("remove"), isDone);
 }
 
 Outcome streams(const fs::path&)
@@ -114,7 +115,7 @@ Outcome streams(const fs::path&)
             count = stream->read(found.data() + read, 3'000);
     }
     found.resize(static_cast<std::size_t>(read));
-    return text.find(found) != 0 ? Outcome::Wrong : doneIf(written == size && read == written);
+    return judged(text.starts_with(found), written == size && read == size);
 }
 
 Outcome mutexes(const fs::path& place)
@@ -132,7 +133,7 @@ Outcome mutexes(const fs::path& place)
     }
     const bool mayStay = hasFailed("unlink") || hasFailed("fstat") || hasFailed("stat") || hasFailed("flock");
     const bool isLeft = fs::exists(place / "mutex") && !mayStay;
-    return (first && second) || isLeft ? Outcome::Wrong : doneIf(first && again);
+    return judged(!(first && second) && !isLeft, first && again);
 }
 
 Outcome directories(const fs::path& place)
@@ -153,9 +154,8 @@ Outcome directories(const fs::path& place)
     } catch (const std::bad_alloc&) { // ENOMEM
         return Outcome::Failed;
     }
-    if (found.size() > 3 || !std::ranges::all_of(found, isFileExists))
-        return Outcome::Wrong;
-    return doneIf(isMade && found.size() == 3); // what does not open is passed over
+    const bool areThere = std::ranges::all_of(found, isFileExists); // what does not open is passed over
+    return judged(areThere && found.size() <= 3, isMade && found.size() == 3);
 }
 
 /** With a document there, or a link to one, or none. */
@@ -180,13 +180,12 @@ Outcome saves(const fs::path& place)
     const bool isKept = !isThere || (status.st_mode & 0777) == 0604;
     const bool isWhole = contentOf(target) == (isSaved ? "\"new\"" : isThere ? "old" : "");
     const bool isClean = holdsOnly(place, {"target", "link"}) || hasFailed("unlinkat");
-    return isWhole && isKept && isClean ? doneIf(isSaved) : Outcome::Wrong;
+    return judged(isWhole && isKept && isClean, isSaved);
 }
 
 Outcome loads(const fs::path& place)
 {
-    std::ofstream(place / "conf") << "[a]\n"
-                                  << "# " << patternOf(9'000) << "\nx = 5\n";
+    std::ofstream(place / "conf") << "[a]\n# " << patternOf(9'000) << "\nx = 5\n";
     std::ofstream(place / "json") << "[1, 2]";
     const String conf = nameOf(place / "conf");
     const int size = getFileSize(conf);
@@ -210,12 +209,12 @@ Outcome loads(const fs::path& place)
         if (isOpen && archive->getArchiveSize() != size)
             return Outcome::Wrong;
     }
-    const bool isTold = text == L"5" || !log.errors().empty();
-    const bool isTrue = (told == size || told == -1) && (same == size || same == -1) &&
+    const bool isRead = text == L"5";
+    const bool isTrue = (isRead || !log.errors().empty()) && (told == size || told == -1) &&
+                        (same == size || same == -1) &&
                         (!isLoaded || Json::convertToString(value, false) == L"[1,2]") &&
                         (!isDigested || checksum == expected);
-    return isTold && isTrue ? doneIf(text == L"5" && isKnown && isLoaded && isDigested && isOpen)
-                            : Outcome::Wrong;
+    return judged(isTrue, isRead && isKnown && isLoaded && isDigested && isOpen);
 }
 
 Outcome services(const fs::path& place)
@@ -239,17 +238,15 @@ Outcome services(const fs::path& place)
     if (isCreated ? !isWhole : !unit().empty() && !hasFailed("unlink"))
         return Outcome::Wrong;
     if (!isCreated)
-        return hasFailed("unlink") || holdsOnly(place / "own", {"multi-user.target.wants"}) ? Outcome::Failed
-                                                                                            : Outcome::Wrong;
+        return judged(hasFailed("unlink") || holdsOnly(place / "own", {"multi-user.target.wants"}), false);
     {
         const Armed armed;
         ServiceManager::queryState(entry.name);
         line = ServiceManager::commandLineOf(entry.name);
         isRemoved = ServiceManager::remove(entry.name);
     }
-    if ((isRemoved && !unit().empty()) || (!line.isEmpty() && line != "/bin/true word"))
-        return Outcome::Wrong;
-    return doneIf(isRemoved && !line.isEmpty());
+    return judged((!isRemoved || unit().empty()) && (line.isEmpty() || line == "/bin/true word"),
+                  isRemoved && !line.isEmpty());
 }
 
 Outcome links(const fs::path& place)
@@ -270,7 +267,7 @@ Outcome links(const fs::path& place)
     char message[100];
     const bool isHeard = recv(door, message, sizeof message, MSG_DONTWAIT) > 0;
     close(door);
-    return isReported && !isHeard ? Outcome::Wrong : doneIf(isReported);
+    return judged(!isReported || isHeard, isReported);
 }
 
 Outcome consoles(const fs::path& place)
@@ -291,14 +288,14 @@ Outcome consoles(const fs::path& place)
     close(before);
     close(file);
     const std::string found = contentOf(place / "output"); // what cannot be written is dropped
-    return text.find(found) != 0 ? Outcome::Wrong : doneIf(found == text);
+    return judged(text.starts_with(found), found == text);
 }
 
 Outcome uuids(const fs::path&)
 {
     const Armed armed;
     const Uuid one = Uuid::create(), other = Uuid::create();
-    return uuid_compare(one, other) != 0 ? Outcome::Done : Outcome::Wrong;
+    return judged(uuid_compare(one, other) != 0, true);
 }
 
 constexpr Scene all[] = {
