@@ -17,7 +17,7 @@ CommandBox::CommandBox(const String& appName, const String& parameters, std::vec
 bool CommandBox::init()
 {
     // The loop never blocks by itself: without this task it would keep a processor busy.
-    return AppBox::init() && orvi::Yield::createInstance()->start(this);
+    return AppBox::init() && orvi::Rest::createInstance()->start(this);
 }
 
 bool CommandBox::dosamething(orvi::AppPipe* pipe, const wchar_t* text)

@@ -23,7 +23,7 @@ public:
     bool init() override
     {
         // The loop never blocks by itself: without this task it would keep a processor busy.
-        return AppBox::init() && orvi::Yield::createInstance()->start(this);
+        return AppBox::init() && orvi::Rest::createInstance()->start(this);
     }
 
     bool docmd(AppPipe* pipe, wchar_t** argv, int argc) override
