@@ -137,3 +137,47 @@ TEST_CASE("app: a wait for a text ends with its time, and each text ends one")
         reader.join();
     CHECK(taken == 1'000);
 }
+
+TEST_CASE("app: a client's loop gets each text of a pipe, and rests in between")
+{
+    class Client final : public orvi::System {
+    public:
+        bool init() override
+        {
+            return System::init() && orvi::Rest::createInstance()->start(this) && reader->start(this);
+        }
+        void onText(const String& text)
+        {
+            if (text == L"last")
+                reader->stop();
+            ++texts;
+        }
+        Handle_T<orvi::AppReader> reader;
+        std::atomic<int> texts = 0;
+    };
+    const Handle_T<MemoryStream> stream = MemoryStream::createInstance();
+    const Handle_T<Foreign> foreign = new Foreign(stream);
+    const SharedPtr<Mutex> mutex(new Mutex);
+    for (orvi::IO* source : {static_cast<orvi::IO*>(stream), static_cast<orvi::IO*>(foreign)}) {
+        const Handle_T<AppPipe> pipe = AppPipe::createInstance(source, mutex, source, mutex);
+        const Handle_T<Client> client = new Client;
+        client->reader = orvi::AppReader::createInstance(pipe, {&*client, &Client::onText});
+        CHECK(pipe->write(L"before the start"));
+        const Handle_T<orvi::Thread> thread = orvi::Thread::createInstance();
+        CHECK(thread->start(client));
+        const int rounds = source == stream ? 5'000 : 50;
+        for (int i = 1; i <= rounds; ++i) {
+            while (client->texts < i)
+                std::this_thread::yield();
+            CHECK(pipe->write(L"one"));
+        }
+        for (int i = 0; i < 100; ++i) // more than a turn
+            CHECK(pipe->write(L"many"));
+        CHECK(pipe->write(L"last"));
+        CHECK(pipe->write(L"for another reader"));
+        while (client->texts < rounds + 102)
+            std::this_thread::yield();
+        thread->shutdown();
+        CHECK(next(*pipe) == L"for another reader");
+    }
+}

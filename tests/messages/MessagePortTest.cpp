@@ -243,8 +243,8 @@ TEST_CASE("many producers and two consumers: nothing lost, nothing twice, in ord
     const RecordingLog log; // takes the reports
     const auto consume = [&] {
         while (done < producers * each) {
-            if (port.procMessage(1) == 0)
-                std::this_thread::yield();
+            port.wait(1);
+            port.procMessage(1);
         }
     };
     std::vector<std::jthread> threads;
@@ -260,4 +260,70 @@ TEST_CASE("many producers and two consumers: nothing lost, nothing twice, in ord
     CHECK(inOrder);
     CHECK(log.count(RecordingLog::Level::Error, L"now and then") == producers * each / 100);
     CHECK(port.popMessage().isNull());
+}
+
+TEST_CASE("who waits for messages, a thread or a System, misses none")
+{
+    constexpr int rounds = 10'000;
+    static std::atomic<int> done;
+    done = 0;
+    MessagePort port;
+    port.getMessageDispenser() += [](Item*) { ++done; };
+    // Each is waited for before the next: a single lost wake-up would be a hang.
+    const auto produce = [&port] {
+        for (int i = 0; i < rounds; ++i) {
+            port.pushMessage(makeItem(i));
+            while (done <= i)
+                std::this_thread::yield();
+        }
+    };
+    SUBCASE("a thread")
+    {
+        CHECK_FALSE(port.wait(0));
+        CHECK_FALSE(port.wait(2));
+        const std::jthread producer(produce);
+        for (int taken = 0; taken < rounds;) {
+            CHECK(port.wait(noLimit));
+            taken += port.procMessage(noLimit);
+        }
+        port.pushMessage(makeItem(0));
+        port.pushMessage(makeItem(0));
+        CHECK_FALSE(port.popMessage().isNull());
+        CHECK(port.wait(noLimit)); // what another one has taken over counts
+    }
+    SUBCASE("a System")
+    {
+        class Serving final : public System {
+        public:
+            bool init() override
+            {
+                return System::init() && Rest::createInstance()->start(this) && port->serveOn(this, 0);
+            }
+            MessagePort* port = nullptr;
+        };
+        const Handle_T<Serving> system = new Serving;
+        system->port = &port;
+        port.pushMessage(makeItem(-1)); // before the service begins
+        const Handle_T<Thread> thread = Thread::createInstance();
+        CHECK(thread->start(system));
+        while (done == 0)
+            std::this_thread::yield();
+        done = 0;
+        produce();
+
+        done = 0;
+        port.getMessageDispenser() += [](Other*) { THROW_EXCEPTION(-1, L"ends the call"); };
+        const RecordingLog log;
+        for (int i = 0; i < 100; ++i) {
+            port.pushMessage(Other::create(""));
+            port.pushMessage(Handle_T<Message>());
+            port.pushMessage(makeItem(i));
+        }
+        while (done < 100)
+            std::this_thread::yield();
+        thread->shutdown();
+        port.pushMessage(makeItem(0)); // by now it waits for another consumer
+        CHECK_FALSE(port.popMessage().isNull());
+        CHECK_FALSE(port.serveOn(system));
+    }
 }

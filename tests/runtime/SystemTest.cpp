@@ -436,6 +436,7 @@ TEST_CASE("a thread runs one system at a time, and is idle again afterwards")
         CHECK(!another->start(system));
         waitFor([&] { return system->getState() == System::STATE_RUNNING; });
         CHECK(system->getRunThreadId() != Thread::getCurrentThreadId());
+        CHECK(!thread->waitIdle(1));
         CHECK(thread->shutdown());
         CHECK(thread->getSystem().isNull());
         CHECK(system->getState() == System::STATE_UNLOADED);
@@ -517,13 +518,17 @@ TEST_CASE("whoever finds the system unloaded finds its thread idle")
     thread->shutdown();
 }
 
-TEST_CASE("shutdown on the thread itself asks and does not wait")
+TEST_CASE("on the thread itself a shutdown asks and does not wait, and others wait for the end")
 {
     const auto thread = Thread::createInstance();
     const Handle_T<TestSystem> system = new TestSystem;
-    system->afterPass = [&] { CHECK(thread->shutdown()); };
+    system->afterPass = [&] {
+        CHECK(!thread->waitIdle(Semaphore::endless));
+        CHECK(thread->shutdown());
+    };
     CHECK(thread->start(system));
-    waitFor([&] { return thread->getSystem().isNull(); });
+    CHECK(thread->waitIdle(Semaphore::endless));
+    CHECK(thread->getSystem().isNull());
     CHECK(system->getState() == System::STATE_UNLOADED);
     CHECK(system->deltas.size() == 1);
 }

@@ -10,11 +10,10 @@
 #include "AppClients.h"
 #include "AppTables.h"
 #include "AppWord.h"
-#include "memory/StreamPage.h"
+#include "memory/StreamWait.h"
 #include "platform/runtime/LoopWait.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -85,31 +84,13 @@ bool AppPipe::read(String& text)
 
 bool AppPipe::read(String& text, unsigned int timeoutMs)
 {
-    using namespace std::chrono;
-    const auto deadline = timeoutMs == Semaphore::endless ? platform::LoopWait::never
-                                                          : steady_clock::now() + milliseconds(timeoutMs);
-    platform::LoopWait place;
-    StreamWait wait{&place};
-    const bool isTold = addWait(wait);
-    struct Leaving {
-        AppPipe& pipe;
-        StreamWait& wait;
-        const bool isDue;
-        ~Leaving()
-        {
-            if (isDue)
-                pipe.removeWait(wait);
-        }
-    } const leaving{*this, wait, isTold};
-    for (;;) {
-        place.arm();
-        if (read(text))
-            return true;
-        const auto now = steady_clock::now();
-        if (now >= deadline)
-            return false;
-        place.wait(isTold ? deadline : std::min(deadline, now + milliseconds(1)));
-    }
+    return waitForStream(_source, *_inputMutex, timeoutMs, [&] { return read(text); });
+}
+
+bool AppPipe::hasText() const
+{
+    const MutexGuard guard(*_inputMutex);
+    return _input.available() > 0;
 }
 
 /** Has `wait` woken when a text comes. False when the input is a program's own, which tells nobody. */
@@ -165,6 +146,59 @@ bool AppPipe::send(MemoryStream& draft)
         drop(draft);
         return false;
     }
+}
+
+// ---- AppReader
+
+struct AppReader::Place {
+    StreamWait wait{};
+    bool isTold = false;
+};
+
+AppReader::AppReader(AppPipe* pipe, const Handler& handler)
+    : _pipe(pipe)
+    , _handler(handler)
+{}
+
+AppReader::~AppReader() = default;
+
+Unknown::Handle_T<AppReader> AppReader::createInstance(AppPipe* pipe, const Handler& handler)
+{
+    return new AppReader(pipe, handler);
+}
+
+bool AppReader::init()
+{
+    if (_pipe.isNull() || _handler.isNull())
+        return false;
+    _place = std::make_unique<Place>();
+    _place->wait = {[](void* reader) { static_cast<AppReader*>(reader)->signal(); }, this};
+    _place->isTold = _pipe->addWait(_place->wait);
+    setTickTime(_place->isTold ? Semaphore::endless : 0); // a program's own stream does not tell
+    signal();                                             // for what has come before
+    return true;
+}
+
+void AppReader::exit()
+{
+    const std::unique_ptr<Place> place = std::move(_place);
+    if (place != nullptr && place->isTold)
+        _pipe->removeWait(place->wait);
+}
+
+void AppReader::onTick(unsigned int)
+{
+    struct Turn {
+        AppReader& reader;
+        ~Turn() // also when the handler throws
+        {
+            if (reader._place != nullptr && reader._pipe->hasText())
+                reader.signal();
+        }
+    } const turn{*this};
+    String text;
+    for (int count = 0; count < textsPerTurn && _place != nullptr && _pipe->read(text); ++count)
+        _handler(text);
 }
 
 // ---- AppBox

@@ -88,7 +88,7 @@ void AppClients::carryOut(Change& change)
 
 void AppClients::link(Client& client) noexcept
 {
-    client.wait.place = &_place;
+    client.wait = StreamWait::at(_place);
     client.tells = client.pipe->addWait(client.wait);
     _silent += client.tells ? 0 : 1;
     if (_turn == nullptr) {

@@ -1,6 +1,6 @@
 #pragma once
 #include "AppWord.h"
-#include "memory/StreamPage.h"
+#include "memory/StreamWait.h"
 
 #include <atomic>
 #include <map>

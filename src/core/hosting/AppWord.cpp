@@ -2,7 +2,7 @@
 
 #include <orvi/core/Varint.h>
 
-#include "memory/StreamPage.h"
+#include "memory/StreamWait.h"
 
 #include <cstring>
 #include <new>

@@ -3,8 +3,6 @@
 
 #include <orvi/core/MemoryStream.h>
 
-#include "platform/runtime/LoopWait.h"
-
 #include <atomic>
 
 namespace orvi {
@@ -119,36 +117,6 @@ private:
     ~FilePage() override;
 
     FileCacheStore::Place _place;
-};
-
-/** A thread that waits for what others write to a stream. It stands in the stream's list, under the lock that all who use
-    the stream share. */
-struct StreamWait {
-    platform::LoopWait* place = nullptr;
-    StreamWait* next = nullptr;
-};
-
-/** What a stream has that is not for callers. */
-struct StreamAccess {
-    static void addWait(MemoryStream& stream, StreamWait& wait) noexcept
-    {
-        wait.next = std::exchange(stream._waits, &wait);
-    }
-    static void removeWait(MemoryStream& stream, StreamWait& wait) noexcept
-    {
-        StreamWait** link = &stream._waits;
-        while (*link != &wait)
-            link = &(*link)->next;
-        *link = wait.next;
-    }
-    static void wakeWaits(const MemoryStream& stream) noexcept
-    {
-        for (const StreamWait* wait = stream._waits; wait != nullptr; wait = wait->next)
-            wait->place->wake();
-    }
-
-    /** No lines in the log about the pages of this stream: its owner writes with a lock held. */
-    static void setQuiet(MemoryStream& stream) noexcept { stream._isQuiet = true; }
 };
 
 } // namespace orvi

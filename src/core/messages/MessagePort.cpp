@@ -3,7 +3,7 @@
 #include <orvi/core/Exception.h>
 #include <orvi/core/Time.h>
 
-#include "memory/StreamPage.h"
+#include "memory/StreamWait.h"
 
 #include <cstring>
 #include <limits>
@@ -48,7 +48,54 @@ private:
     unsigned char _bytes[512];
 };
 
+constexpr unsigned int forever = std::numeric_limits<unsigned int>::max(); // no time is longer
+
 } // namespace
+
+/** Processes the messages of a port on a System. */
+class MessagePort::Server final : public System::Task {
+public:
+    Server(MessagePort& port, unsigned int timeLimit)
+        : _port(port)
+        , _timeLimit(timeLimit)
+    {
+        setTickTime(forever);
+    }
+
+    bool init() override
+    {
+        _port._server = this;
+        const MutexGuard guard(_port._pushMutex);
+        StreamAccess::addWait(*_port._pushStream, _wait);
+        signal(); // for what has come before
+        return true;
+    }
+    void exit() override
+    {
+        if (_port._server != this) // it was never started
+            return;
+        _port._server = nullptr;
+        const MutexGuard guard(_port._pushMutex);
+        StreamAccess::removeWait(*_port._pushStream, _wait);
+    }
+    void onTick(unsigned int) override
+    {
+        struct Turn {
+            Server& server;
+            ~Turn()
+            {
+                if (server.getSystem() != nullptr && server._port.hasMessages())
+                    server.signal();
+            }
+        } const turn{*this}; // a handler may end the service, and leave by an exception
+        _port.procMessage(_timeLimit);
+    }
+
+private:
+    MessagePort& _port;
+    const unsigned int _timeLimit;
+    StreamWait _wait{[](void* server) { static_cast<Server*>(server)->signal(); }, this};
+};
 
 MessagePort::MessagePort()
     : _pushStream(MemoryStream::createInstance(streamSize))
@@ -59,7 +106,19 @@ MessagePort::MessagePort()
     StreamAccess::setQuiet(*_pushStream);
 }
 
-MessagePort::~MessagePort() = default;
+MessagePort::~MessagePort() { serveOn(nullptr); }
+
+bool MessagePort::serveOn(System* system, unsigned int timeLimit)
+{
+    if (_server != nullptr)
+        _server->stop();
+    return system != nullptr && Unknown::Handle_T<Server>(new Server(*this, timeLimit))->start(system);
+}
+
+bool MessagePort::wait(unsigned int timeoutMs)
+{
+    return waitForStream(_pushStream, _pushMutex, timeoutMs, [this] { return hasMessages(); });
+}
 
 bool MessagePort::pushMessage(const Unknown::Handle_T<Message>& message)
 {
@@ -72,7 +131,8 @@ bool MessagePort::pushMessage(const Unknown::Handle_T<Message>& message)
     if (!draft->moveTo(*_pushStream))
         THROW_EXCEPTION(-1, L"OutputStream& operator <<(OutputStream &,InputStream &)");
     if (!_hasArrived.load(std::memory_order_relaxed))
-        _hasArrived.store(true, std::memory_order_release);
+        _hasArrived.store(true);
+    StreamAccess::wakeWaits(*_pushStream);
     return true;
 }
 
@@ -81,9 +141,14 @@ Unknown::Handle_T<Message> MessagePort::popMessage()
     const MutexGuard guard(_popMutex);
     if (_popStream->available() < 1 && _hasArrived.load(std::memory_order_acquire)) {
         const MutexGuard pushGuard(_pushMutex);
-        _hasArrived.store(false, std::memory_order_relaxed);
+        _hasTaken.store(true, std::memory_order_relaxed); // never neither: who waits would miss it
+        _hasArrived.store(false, std::memory_order_release);
         _popStream->append(*_pushStream);
     }
+    struct Look {
+        MessagePort& port;
+        ~Look() { port._hasTaken.store(port._popStream->available() > 0, std::memory_order_release); }
+    } const look{*this};
     if (_popStream->available() < 1)
         return {};
     try {
@@ -99,7 +164,6 @@ Unknown::Handle_T<Message> MessagePort::popMessage()
 int MessagePort::procMessage(unsigned int timeLimit)
 {
     const MutexGuard guard(_popMutex);
-    constexpr unsigned int forever = std::numeric_limits<unsigned int>::max(); // no time is longer
     const unsigned int began = getTimeTick();
     int count = 0;
     try {

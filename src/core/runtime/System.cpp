@@ -1,6 +1,7 @@
 #include <orvi/core/System.h>
 
 #include <orvi/core/Time.h>
+#include <orvi/core/Watch.h>
 
 #include "Guard.h"
 #include "TaskSchedule.h"
@@ -13,6 +14,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -21,6 +24,10 @@ namespace orvi {
 /** The run thread's queue for the time of a loop. Who was told that his closure runs can rely on it, however
     the loop ends: what still waits runs then. */
 struct System::PostedClosures {
+    explicit PostedClosures(System& ran)
+        : system(ran)
+    {}
+
     System& system;
     platform::MessageQueue queue{};
 
@@ -32,6 +39,14 @@ struct System::PostedClosures {
                 [](void* result) { *static_cast<bool*>(result) = platform::MessageQueue::dispatch(); },
                 &dispatched);
     }
+};
+
+/** What a thread has while it runs a system, from before its start to behind its end. */
+struct System::Stay {
+    explicit Stay(System& system) { closures.emplace(system); }
+
+    const platform::FaultStack faultStack;
+    std::optional<PostedClosures> closures; // there before the id: who sees that may post at once
 };
 
 System::System()
@@ -113,48 +128,92 @@ void System::startOnThread()
 /** The whole life of the loop; false, with nothing run, when the state is not the expected one. */
 bool System::runFrom(int expected)
 {
-    const platform::FaultStack faultStack;
-    prepareCrashReports();
-    {
-        const PostedClosures posted{*this}; // there before the id: who sees that may post at once
-        _runThreadId = platform::currentThreadId();
-        if (!_state.compare_exchange_strong(expected, STATE_STARTING | underWay))
-            return false;
-        turn();
-    } // the last closures find the system still whole
-    leave();
+    Stay stay(*this);
+    if (!enter(expected))
+        return false;
+    if (prepare())
+        runStep([](void* system) { static_cast<System*>(system)->run(); }, this);
+    leave(stay);
     return true;
 }
 
-/** From init to the end of the loop. */
-void System::turn()
+bool System::enter(int expected)
+{
+    prepareCrashReports();
+    _runThreadId = platform::currentThreadId();
+    return _state.compare_exchange_strong(expected, STATE_STARTING | underWay);
+}
+
+/** init; false when there is no loop to turn. */
+bool System::prepare()
 {
     struct Attempt {
         System* system;
         bool isReady;
     } attempt{this, false};
-    const bool isInOrder = runStep(
-        [](void* argument) {
-            Attempt& made = *static_cast<Attempt*>(argument);
-            made.isReady = made.system->init();
-        },
-        &attempt);
-    if (!isInOrder)
+    if (!runStep(
+            [](void* argument) {
+                Attempt& made = *static_cast<Attempt*>(argument);
+                made.isReady = made.system->init();
+            },
+            &attempt)) {
         advance(STATE_STARTING, STATE_STOPPING);
-    else if (attempt.isReady && advance(STATE_INITIALISED, STATE_RUNNING))
-        runStep([](void* system) { static_cast<System*>(system)->run(); }, this);
-    advance(STATE_RUNNING, STATE_STOPPING);
-    advance(STATE_INITIALISED, STATE_STOPPING);
+        return false;
+    }
+    return attempt.isReady && advance(STATE_INITIALISED, STATE_RUNNING);
 }
 
 /** The end of a start. What an override of exit has not got to is done nevertheless: tasks would keep the system alive, and
     an application would stay in its table. */
-void System::leave()
+void System::leave(Stay& stay)
 {
+    advance(STATE_RUNNING, STATE_STOPPING);
+    advance(STATE_INITIALISED, STATE_STOPPING);
+    stay.closures.reset(); // the last ones find the system still whole
     if (!runStep([](void* system) { static_cast<System*>(system)->exit(); }, this) && !runStep(_exit, this))
         runStep([](void* system) { static_cast<System*>(system)->System::exit(); }, this);
     _state &= ~underWay;
 }
+
+bool System::begin()
+{
+    auto stay = std::make_unique<Stay>(*this);
+    if (_wait->descriptor() < 0 || !enter(STATE_LOADED))
+        return false;
+    if (prepare()) {
+        _stay = std::move(stay);
+        return true;
+    }
+    leave(*stay);
+    return false;
+}
+
+bool System::turn(unsigned int& timeToNext)
+{
+    timeToNext = 0;
+    if (getState() != STATE_RUNNING)
+        return false;
+    _isTurn = true;
+    runStep([](void* system) { static_cast<System*>(system)->tick(); }, this);
+    _isTurn = false;
+    if (_isPassDone && platform::MessageQueue::wakes(*_wait)) {
+        const std::uint64_t time = untilNext(getTimeTick());
+        if (time > 0 && _wait->expose())
+            timeToNext = static_cast<unsigned int>(
+                std::min<std::uint64_t>(time, std::numeric_limits<unsigned int>::max()));
+    }
+    return getState() == STATE_RUNNING;
+}
+
+void System::finish()
+{
+    if (_stay == nullptr)
+        return;
+    const std::unique_ptr<Stay> stay = std::move(_stay);
+    leave(*stay);
+}
+
+int System::getWaitDescriptor() const noexcept { return _stay != nullptr ? _wait->descriptor() : -1; }
 
 void System::sleep(unsigned int ms) { _semaphore->wait(ms, true); }
 
@@ -181,6 +240,7 @@ void System::exit()
             task->_status == status)
             task->leaveSystem();
     }
+    takeEvents();
     dropStopped();
 }
 
@@ -200,8 +260,10 @@ bool System::shutdown()
 
 void System::tick()
 {
-    const bool canRest = _rests > 0;
-    if (canRest) {
+    const bool isTurn = std::exchange(_isTurn, false);
+    const bool rests = !isTurn && _rests > 0;
+    _isPassDone = false;
+    if (isTurn || rests) {
         platform::MessageQueue::setWait(_wait.get());
         _wait->arm(); // before anything is looked at
     }
@@ -213,7 +275,8 @@ void System::tick()
     _firstTick = false;
     _lastTime = now;
     onTick(delta);
-    if (canRest)
+    _isPassDone = true;
+    if (rests)
         rest();
 }
 
@@ -221,23 +284,48 @@ void System::tick()
 void System::rest()
 {
     using namespace std::chrono;
-    if (_hasWorkLeft || getState() != STATE_RUNNING)
+    if (getState() != STATE_RUNNING)
         return;
     if (!platform::MessageQueue::wakes(
             *_wait)) // a task has run a loop of its own: what came meanwhile woke that
         return;
+    const auto now = floor<milliseconds>(steady_clock::now()); // as getTimeTick counts
+    const std::uint64_t time = untilNext(static_cast<unsigned int>(now.time_since_epoch().count()));
+    if (time > 0)
+        _wait->wait(time == TaskSchedule::never ? platform::LoopWait::never : now + milliseconds(time));
+}
+
+/** The milliseconds until something is due by its time. */
+std::uint64_t System::untilNext(unsigned int now) const noexcept
+{
+    if (_hasWorkLeft)
+        return 0;
     std::uint64_t time = _schedule->timeToNext();
     if (_mustLookAgain)
         time = std::min<std::uint64_t>(time, 1);
-    auto deadline = platform::LoopWait::never;
-    if (time != TaskSchedule::never) {
-        const auto now = floor<milliseconds>(steady_clock::now()); // as getTimeTick counts
-        const unsigned int gone = static_cast<unsigned int>(now.time_since_epoch().count()) - _lastTime;
-        if (gone >= time)
-            return;
-        deadline = now + milliseconds(time - gone);
+    if (time == TaskSchedule::never)
+        return time;
+    const unsigned int gone = now - _lastTime;
+    return gone < time ? time - gone : 0;
+}
+
+/** Makes tasks due whose descriptors are ready, and those that others have signalled. */
+void System::takeEvents() noexcept
+{
+    _wait->takeReady([](void* owner, unsigned int readiness) {
+        Watch& watch = *static_cast<Watch*>(owner);
+        watch.take(readiness);
+        TaskStatus& status = *static_cast<Task&>(watch)._status;
+        status.system->_schedule->makeDue(status);
+    });
+    if (_firstSignalled.load(std::memory_order_relaxed) == nullptr)
+        return;
+    for (TaskStatus* status = _firstSignalled.exchange(nullptr); status != nullptr;) {
+        const Handle_T<TaskStatus> held = std::move(status->self);
+        status = status->nextSignalled;
+        held->isSignalled = false; // before the task looks at what it is signalled for
+        _schedule->makeDue(*held);
     }
-    _wait->wait(deadline);
 }
 
 void System::onTick(unsigned int deltaMs)
@@ -249,10 +337,11 @@ void System::onTick(unsigned int deltaMs)
     } const pass{*this};
     const bool hasWorkLeft = _hasWorkLeft;
     bool isIdle = !hasWorkLeft;
+    takeEvents();
     _schedule->beginPass(deltaMs);
     while (TaskStatus* status = _schedule->next()) {
         const std::uint64_t elapsed = _schedule->elapsed(*status);
-        if (elapsed < status->limit() || (hasWorkLeft && status->onlyRests)) {
+        if ((elapsed < status->limit() && !status->isDue) || (hasWorkLeft && status->onlyRests)) {
             _schedule->passOver(*status);
             continue;
         }
@@ -384,6 +473,19 @@ void System::Task::setTickTime(unsigned int ms) noexcept
     _tickTime = ms;
     if (_status != nullptr)
         _status->system->_schedule->update(*_status);
+}
+
+void System::Task::signal() noexcept
+{
+    if (_status == nullptr || _status->isSignalled.exchange(true))
+        return;
+    System& system = *_status->system;
+    _status->self = _status;
+    TaskStatus* first = system._firstSignalled.load();
+    do
+        _status->nextSignalled = first;
+    while (!system._firstSignalled.compare_exchange_weak(first, _status));
+    system._wait->wake();
 }
 
 bool System::Task::init() { return true; }

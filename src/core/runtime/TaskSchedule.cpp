@@ -161,6 +161,8 @@ std::uint64_t System::TaskSchedule::now(std::uint64_t order) const noexcept
 
 std::uint64_t System::TaskSchedule::timeToNext() const noexcept
 {
+    if (!_due.isEmpty())
+        return 0;
     const std::uint64_t next = _timed.isEmpty() ? never : std::max(_timed.topKey(), _clock) - _clock;
     return _everyPass.isEmpty() ? next : std::min<std::uint64_t>(next, 1);
 }
@@ -172,7 +174,11 @@ std::uint64_t System::TaskSchedule::elapsed(const TaskStatus& status) const noex
 
 void System::TaskSchedule::place(TaskStatus& status) noexcept
 {
-    if (const unsigned int limit = status.limit(); limit == 0) {
+    const unsigned int limit = status.limit();
+    if (status.isDue) {
+        status.place = TaskStatus::Place::Due;
+        _due.push(status.order, status);
+    } else if (limit == 0) {
         status.place = TaskStatus::Place::EveryPass;
         _everyPass.add(status);
     } else {
@@ -212,6 +218,14 @@ void System::TaskSchedule::add(TaskStatus& status) noexcept
 }
 
 void System::TaskSchedule::remove(TaskStatus& status) noexcept { takeOut(status); }
+
+void System::TaskSchedule::makeDue(TaskStatus& status) noexcept
+{
+    if (std::exchange(status.isDue, true) || status.place == TaskStatus::Place::Nowhere)
+        return;
+    takeOut(status);
+    place(status);
+}
 
 void System::TaskSchedule::update(TaskStatus& status) noexcept
 {
@@ -266,6 +280,7 @@ System::TaskStatus* System::TaskSchedule::next() noexcept
 void System::TaskSchedule::restart(TaskStatus& status) noexcept
 {
     status.since = now(status.order);
+    status.isDue = false;
     passOver(status);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <orvi/core/System.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -27,7 +28,13 @@ public:
     Unknown::Handle_T<TaskStatus> next;
     TaskStatus* previous = nullptr;
 
+    // For signals: a list that any thread adds to. A record in it holds itself.
+    std::atomic<bool> isSignalled = false;
+    TaskStatus* nextSignalled = nullptr;
+    Unknown::Handle_T<TaskStatus> self;
+
     // For the schedule.
+    bool isDue = false; // whatever its times
     enum class Place : unsigned char { Nowhere, EveryPass, Timed, Due, Skipped };
     Place place = Place::Nowhere;
     std::size_t index = 0;   // there, but for EveryPass
@@ -48,6 +55,8 @@ public:
     /** Takes a task in; its time begins now. */
     void add(TaskStatus& status) noexcept;
     void remove(TaskStatus& status) noexcept;
+    /** The task is due now, until it has had its turn. */
+    void makeDue(TaskStatus& status) noexcept;
     /** The task's limit has changed. One that is not in yet does not matter. */
     void update(TaskStatus& status) noexcept;
 
@@ -62,7 +71,7 @@ public:
     void passOver(TaskStatus& status) noexcept;
     void endPass() noexcept;
 
-    /** In milliseconds behind the last pass; `never` when no task waits for time. */
+    /** In milliseconds behind the last pass, 0 when a task is due; `never` when none waits for time. */
     std::uint64_t timeToNext() const noexcept;
     static constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
 

@@ -2,6 +2,7 @@
 
 #include "platform/diagnostics/ThreadInfo.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <new>
@@ -32,6 +33,19 @@ struct Thread::Run {
         lock.lock();
         hasEnded = true;
         ended.notify_all();
+    }
+
+    /** The same with a limit, and leaves the joining to others. */
+    bool waitForEnd(unsigned int timeoutMs)
+    {
+        std::unique_lock lock(mutex);
+        if (threadId == platform::currentThreadId())
+            return false;
+        const auto isOver = [this] { return hasEnded; };
+        if (timeoutMs != Semaphore::endless)
+            return ended.wait_for(lock, std::chrono::milliseconds(timeoutMs), isOver);
+        ended.wait(lock, isOver);
+        return true;
     }
 
     /** The thread ends with nobody waiting, or will never begin; under the lock. Who comes later does not
@@ -144,11 +158,7 @@ void Thread::main(const std::shared_ptr<Run>& run)
 
 bool Thread::shutdown()
 {
-    std::shared_ptr<Run> run;
-    {
-        const MutexGuard guard(_mutex);
-        run = _run;
-    }
+    const std::shared_ptr<Run> run = currentRun();
     if (run != nullptr) {
         run->system->shutdown();
         run->join();
@@ -156,10 +166,22 @@ bool Thread::shutdown()
     return true;
 }
 
+bool Thread::waitIdle(unsigned int timeoutMs) const
+{
+    const std::shared_ptr<Run> run = currentRun();
+    return run == nullptr || run->waitForEnd(timeoutMs);
+}
+
 Unknown::Handle_T<System> Thread::getSystem() const
 {
+    const std::shared_ptr<Run> run = currentRun();
+    return run != nullptr ? run->system : Handle_T<System>();
+}
+
+std::shared_ptr<Thread::Run> Thread::currentRun() const
+{
     const MutexGuard guard(_mutex);
-    return _run != nullptr ? _run->system : Handle_T<System>();
+    return _run;
 }
 
 unsigned long Thread::getCurrentThreadId() { return platform::currentThreadId(); }

@@ -42,7 +42,7 @@ private:
     std::mutex _mutex;
     std::optional<Messages> _messages;      // the first message makes it
     std::atomic<bool> _hasMessages = false; // the loop looks here before it takes the lock
-    LoopWait* _wait = nullptr;
+    LoopWait* _wait = nullptr; // where the thread waits; of a nested queue, where it waited before
     bool _isOpen = true;
     unsigned long _threadId = 0;   // kept: the child of a fork has another one
     MessageQueue* _next = nullptr; // of the same bucket

@@ -1,4 +1,5 @@
 #pragma once
+#include <orvi/core/Callback.h>
 #include <orvi/core/Export.h>
 #include <orvi/core/Mutex.h>
 #include <orvi/core/Stream.h>
@@ -37,10 +38,12 @@ public:
 private:
     friend class AppBox;
     friend class AppClients;
+    friend class AppReader;
     friend class AppWord;
 
     bool isQueue() const noexcept { return !_queue.isNull(); }
     bool send(MemoryStream& draft);
+    bool hasText() const;
     bool addWait(StreamWait& wait);
     void removeWait(StreamWait& wait);
 
@@ -56,6 +59,33 @@ private:
     Unknown::Handle_T<MemoryStream>
         _queue; // the output, where it is one: it takes drafts over without memory
     Unknown::Handle_T<MemoryStream> _draft; // of what is being written; under the lock of the output
+};
+
+/** A task that hands each text of a pipe to a handler, on the run thread of its system: for a client that has a loop of its
+    own, which it wakes where that rests.
+
+        AppReader::createInstance(app->getPipe(), AppReader::Handler(this, &Window::onText))->start(system);
+
+    It does not stop by itself behind "$BYE". The handler may stop it and drop its handle. */
+class ORVI_API AppReader final : public System::Task {
+public:
+    using Handler = CallbackHandler<void, const String&>;
+
+    static Unknown::Handle_T<AppReader> createInstance(AppPipe* pipe, const Handler& handler);
+
+    bool init() override;
+    void exit() override;
+    void onTick(unsigned int elapsedMs) override;
+
+private:
+    struct Place;
+
+    AppReader(AppPipe* pipe, const Handler& handler);
+    ~AppReader() override;
+
+    const Unknown::Handle_T<AppPipe> _pipe;
+    const Handler _handler;
+    std::unique_ptr<Place> _place; // in the pipe, between start and stop
 };
 
 /** A named application inside the process: a System that answers text commands. Override docmd.

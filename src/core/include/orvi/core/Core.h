@@ -62,6 +62,14 @@
 #include <orvi/core/PropertyHelper.h>
 #include <orvi/core/PropertyTable.h>
 
+// runtime
+#include <orvi/core/RunQueue.h>
+#include <orvi/core/Semaphore.h>
+#include <orvi/core/System.h>
+#include <orvi/core/Thread.h>
+#include <orvi/core/Tick.h>
+#include <orvi/core/Watch.h>
+
 // messages
 #include <orvi/core/Message.h>
 #include <orvi/core/MessageDispenser.h>
@@ -71,13 +79,6 @@
 #include <orvi/core/MessageTable.h>
 #include <orvi/core/Mtbl.h>
 #include <orvi/core/Packet.h>
-
-// runtime
-#include <orvi/core/RunQueue.h>
-#include <orvi/core/Semaphore.h>
-#include <orvi/core/System.h>
-#include <orvi/core/Thread.h>
-#include <orvi/core/Tick.h>
 
 // hosting
 #include <orvi/core/App.h>

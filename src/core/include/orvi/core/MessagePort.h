@@ -5,6 +5,7 @@
 #include <orvi/core/MessageDispenser.h>
 #include <orvi/core/Mutex.h>
 #include <orvi/core/Stream.h>
+#include <orvi/core/System.h>
 
 #include <atomic>
 
@@ -19,6 +20,13 @@ namespace orvi {
         port.pushMessage(greeting);               // any thread
         ...
         port.procMessage(10);                     // calls onGreeting
+
+    A consumer without anything else to do waits for messages; a System processes its ports by itself:
+
+        while (port.wait(endless))
+            port.procMessage(10);
+        ...
+        port.serveOn(system);
 
     What waits beyond some 10 MiB waits in a temporary file; 2^31 - 1 bytes can wait. Messages that nobody took die
     with the port. */
@@ -47,11 +55,25 @@ public:
         other threads that pop or process wait until this call is over. */
     int procMessage(unsigned int timeLimit);
 
+    /** Waits until a message is there, `timeoutMs` milliseconds at most; false when none has come. 0xFFFFFFFF has no
+        limit. Any number of threads may wait; which of them gets the message is open. */
+    bool wait(unsigned int timeoutMs);
+
+    /** From now on `system` processes the messages, when they come, for `timeLimit` milliseconds a pass; a loop that
+        rests wakes up for them. Until another call, to another system or with null, or the end of the system's run.
+        False, with nobody processing, for a system that takes no tasks. For the thread of the system, and so is the
+        end of a port that is served. */
+    bool serveOn(System* system, unsigned int timeLimit = 10);
+
     /** No lock guards it. */
     MessageDispenser<void>& getMessageDispenser() noexcept { return _messageDispenser; }
     const MessageDispenser<void>& getMessageDispenser() const noexcept { return _messageDispenser; }
 
 private:
+    class Server;
+
+    bool hasMessages() const noexcept { return _hasArrived.load() || _hasTaken.load(); }
+
     MessageDispenser<void> _messageDispenser;
 
     // Lock order: _popMutex, then _pushMutex. User code runs under _popMutex alone.
@@ -59,6 +81,8 @@ private:
     Unknown::Handle_T<MemoryStream> _pushStream; // what has arrived
     std::atomic<bool> _hasArrived =
         false; // something has: who polls an empty port leaves the lock to the producers
+    std::atomic<bool> _hasTaken = false; // something waits in _popStream
+    Server* _server = nullptr;           // a started task, and for its thread
     Mutex _popMutex;
     Unknown::Handle_T<MemoryStream> _popStream; // what is being read, taken over from _pushStream as a whole
     InputStream _popInput;

@@ -29,6 +29,8 @@ enum ETaskState {
         system->start();  // returns when somebody has called shutdown()
         system->unload();
 
+    Where the thread has a loop of another library, that calls begin, turn and finish instead of start.
+
     The loop never blocks by itself: a Rest task lets it sleep until something is due, a Yield task for a time at each of
     its turns, System::sleep in a hook. What a tick
     throws is reported in the log, handed to onException as a code, and the loop goes on. So it does after a
@@ -56,6 +58,31 @@ public:
     /** Runs the whole life of the loop on the calling thread. Returns at once, having run nothing, unless it
         is loaded. */
     void start();
+
+    /** The loop inside that of another library: begin in the place of start, then turn each time that the descriptor is
+        readable or the time is over, and finish:
+
+            if (system->begin()) {
+                unsigned int ms = 0;
+                for (pollfd ready{system->getWaitDescriptor(), POLLIN, 0}; system->turn(ms);)
+                    poll(&ready, 1, ms == 0xFFFFFFFF ? -1 : static_cast<int>(ms));
+                system->finish();
+            }
+
+        False unless it is loaded, and when the system has no descriptors left; or when init refuses, and then exit has
+        run. All are for one thread. Several systems of a thread finish in the opposite order. Throws std::bad_alloc with
+        nothing changed. */
+    bool begin();
+    /** Runs one closure, or one pass over the tasks, and tells in how many milliseconds at the latest it wants to be called
+        again: 0, at once, when others have had their turn; 0xFFFFFFFF, when the descriptor tells. False when the
+        system has been shut down. A Rest is not needed here, and a Yield would delay the other loop. */
+    bool turn(unsigned int& timeToNextMs);
+    /** Ends what begin began; does nothing else. */
+    void finish();
+    /** Readable when turn has something to do before its time, from one turn to the next: a closure, a waken, a
+        text, a watched descriptor. The system's own: to be waited for alone, not read. -1 unless it has begun. */
+    int getWaitDescriptor() const noexcept;
+
     /** Makes a stopping system ready for another load; does nothing in any other state, nor before start has
         come to its end. */
     void unload();
@@ -97,8 +124,10 @@ private:
     friend class AppBox;
     friend class ServiceSystem;
     friend class Thread;
+    friend class Watch;
 
     struct PostedClosures;
+    struct Stay;
     class TaskStatus; // one start of one task
     class TaskSchedule;
 
@@ -112,9 +141,12 @@ private:
     void startOnThread();
     bool runStep(void (*step)(void*), void* argument);
     bool runFrom(int expected);
-    void turn();
-    void leave();
+    bool enter(int expected);
+    bool prepare();
+    void leave(Stay& stay);
     void rest();
+    std::uint64_t untilNext(unsigned int now) const noexcept;
+    void takeEvents() noexcept;
     void addTask(TaskStatus* status);
     void removeTask(TaskStatus* status) noexcept;
     void finishPass() noexcept;
@@ -128,6 +160,8 @@ private:
     // What the tick under way has found, for the rest behind it.
     bool _hasWorkLeft = false;   // there is none: the next tick goes on where work was left
     bool _mustLookAgain = false; // it is short: something is due that wakes nobody
+    bool _isPassDone = false;    // it was no closure
+    bool _isTurn = false;        // the next tick is that of a turn
     int _rests = 0;              // started tasks that let the loop rest
     void (*_exit)(void*);        // what the library's own class does in exit; gets the System
 
@@ -139,8 +173,10 @@ private:
     std::uint64_t _lastOrder = 0;
     Unknown::Handle_T<TaskStatus> _firstStopped;
     TaskStatus* _lastStopped = nullptr;
+    std::atomic<TaskStatus*> _firstSignalled = nullptr; // any thread puts one in front
     const std::unique_ptr<TaskSchedule> _schedule;
     const std::unique_ptr<platform::LoopWait> _wait;
+    std::unique_ptr<Stay> _stay; // between begin and finish
 };
 
 /** Work that a System does bit by bit: override the hooks init, exit and onTick.
@@ -174,6 +210,10 @@ public:
 
 protected:
     Task() = default;
+    /** Has the task called in the next pass, whatever its times; a loop that rests wakes up. Many signals before that
+        are one. For any thread, as long as the task is started: where others signal, exit takes a lock that they
+        take too. */
+    void signal() noexcept;
     /** Calls stop, when the hooks of subclasses are gone already: clean-up in exit needs an explicit stop. */
     ~Task() override;
 

@@ -23,6 +23,10 @@ public:
         thread itself it asks only: that cannot wait for its own end. */
     virtual bool shutdown();
 
+    /** Waits until it is idle, `timeoutMs` milliseconds at most; false when it is not by then, and at once on the
+        thread itself. 0xFFFFFFFF has no limit. What was started meanwhile is not waited for. */
+    bool waitIdle(unsigned int timeoutMs) const;
+
     /** Null when idle. */
     Unknown::Handle_T<System> getSystem() const;
 
@@ -36,6 +40,7 @@ protected:
 private:
     struct Run;
 
+    std::shared_ptr<Run> currentRun() const;
     bool launch(const std::shared_ptr<Run>& run);
     static void main(const std::shared_ptr<Run>& run);
 

@@ -1,20 +1,34 @@
 #include "platform/runtime/LoopWait.h"
 
+#include "DescriptorSet.h"
+
 #include <climits>
 #include <ctime>
 #include <linux/futex.h>
+#include <new>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace orvi::platform {
 
 static_assert(sizeof(std::atomic<unsigned int>) == sizeof(unsigned int));
 
+LoopWait::LoopWait() noexcept = default;
+
+LoopWait::~LoopWait() = default;
+
 void LoopWait::wait(Time deadline) noexcept
 {
     unsigned int expected = armed;
-    if (!_state.compare_exchange_strong(expected, waiting))
+    if (!_state.compare_exchange_strong(expected, _descriptors != nullptr ? polling : waiting))
         return;
+    if (_descriptors != nullptr) {
+        if (!_descriptors->hasReady())
+            _descriptors->wait(deadline);
+        _state.store(awake);
+        return;
+    }
     timespec until{};
     if (deadline != never) { // of the monotonic clock, which steady_clock reads
         const auto time =
@@ -30,8 +44,64 @@ void LoopWait::wait(Time deadline) noexcept
 
 void LoopWait::wakeUp() noexcept
 {
-    if (_state.exchange(awake) == waiting)
+    switch (_state.exchange(awake)) {
+    case waiting:
         syscall(SYS_futex, &_state, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+        break;
+    case polling:
+        _descriptors->wake();
+        break;
+    default:
+        break;
+    }
+}
+
+bool LoopWait::prepareDescriptors()
+{
+    if (_descriptors == nullptr) {
+        auto fresh = std::make_unique<DescriptorSet>();
+        if (!fresh->open())
+            return false;
+        _descriptors = std::move(fresh);
+    }
+    return true;
+}
+
+bool LoopWait::watch(int descriptor, unsigned int readiness, void* owner)
+{
+    return prepareDescriptors() && _descriptors->watch(descriptor, readiness, owner);
+}
+
+void LoopWait::unwatch(int descriptor, const void* owner) noexcept
+{
+    if (_descriptors != nullptr)
+        _descriptors->unwatch(descriptor, owner);
+}
+
+void LoopWait::takeReady(void (*tell)(void* owner, unsigned int readiness)) noexcept
+{
+    if (_descriptors == nullptr)
+        return;
+    if (!_descriptors->hasReady() && (!_descriptors->isEmpty() || _isExposed))
+        _descriptors->wait(Time::min());
+    _isExposed = false;
+    _descriptors->takeReady(tell);
+}
+
+int LoopWait::descriptor() noexcept
+{
+    try {
+        return prepareDescriptors() ? _descriptors->descriptor() : -1;
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
+bool LoopWait::expose() noexcept
+{
+    unsigned int expected = armed;
+    _isExposed = _state.compare_exchange_strong(expected, polling);
+    return _isExposed;
 }
 
 } // namespace orvi::platform

@@ -34,8 +34,10 @@ thread_local MessageQueue* t_queue = nullptr;
 MessageQueue::MessageQueue() noexcept
     : _isNested(t_queue != nullptr)
 {
-    if (_isNested)
+    if (_isNested) {
+        _wait = t_queue->_wait;
         return;
+    }
     t_queue = this;
     _threadId = currentThreadId();
     Bucket& bucket = bucketOf(_threadId);
@@ -47,6 +49,8 @@ MessageQueue::~MessageQueue()
 {
     if (_isNested) {
         setWait(nullptr);
+        if (_wait != nullptr)
+            _wait->wake(); // it has to put its name down anew
         return;
     }
     t_queue = nullptr;
