@@ -1,5 +1,5 @@
 // Gets into the trouble that is named on its command line, with a handler that writes a dump:
-//     crash MODULE DUMP TROUBLE [THREADS]
+//     crash MODULE DUMP TROUBLE THREADS
 // Says what the handler saw, and ends as the fault would have ended it.
 #include "../../src/debug/DebugApi.h"
 #include "RefusedCall.h"
@@ -74,15 +74,6 @@ void useSmallSignalStack()
     sigaltstack(&stack, nullptr);
 }
 
-void handleFaults()
-{
-    useSmallSignalStack();
-    struct sigaction action {};
-    action.sa_sigaction = handle;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    sigaction(SIGSEGV, &action, nullptr);
-}
-
 } // namespace
 
 // Visible names and a known value for debuggers.
@@ -109,23 +100,22 @@ void handleFaults()
 
 namespace {
 
-int* nowhere() { return reinterpret_cast<int*>(0x10); }
+void crash() { writeToNowhere(reinterpret_cast<int*>(0x10)); }
 
-void crashOnAThread(void (*crash)())
+void runOnAThread(void (*trouble)())
 {
-    std::thread([crash] {
+    std::thread([trouble] {
         useSmallSignalStack();
-        crash();
+        trouble();
     }).join();
 }
 
-[[noreturn]] void crashWithoutMainThread()
+void crashWithoutMainThread()
 {
     static const pthread_t mainThread = pthread_self();
-    std::thread([] {
-        useSmallSignalStack();
+    std::thread(runOnAThread, [] {
         pthread_join(mainThread, nullptr);
-        writeToNowhere(nowhere());
+        crash();
     }).detach();
     pthread_exit(nullptr);
 }
@@ -134,15 +124,17 @@ void crashOnAThread(void (*crash)())
 
 int main(int count, char** arguments)
 {
-    if (count < 4)
-        return 2;
-    void* module = dlmopen(LM_ID_NEWLM, arguments[1], RTLD_NOW | RTLD_LOCAL);
+    void* module = count == 5 ? dlmopen(LM_ID_NEWLM, arguments[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
     if (module == nullptr)
         return 2;
     writeDump = reinterpret_cast<decltype(writeDump)>(dlsym(module, "orvi_debug_write_dump"));
     dumpFile = open(arguments[2], O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    handleFaults();
-    const int threads = count > 4 ? std::atoi(arguments[4]) : 2;
+    useSmallSignalStack();
+    struct sigaction action {};
+    action.sa_sigaction = handle;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigaction(SIGSEGV, &action, nullptr);
+    const int threads = std::atoi(arguments[4]);
     for (int i = 0; i < threads; ++i)
         std::thread(waitForever).detach();
     while (waitingThreads != threads)
@@ -153,27 +145,26 @@ int main(int count, char** arguments)
         report(nullptr);
         return 0;
     }
-    if (trouble == "undumpable")
-        prctl(PR_SET_DUMPABLE, 0);
     if (trouble == "files") {
         const rlimit limit{64, 64};
         setrlimit(RLIMIT_NOFILE, &limit);
         while (open("/dev/null", O_RDONLY) >= 0) {
         }
     }
-    if (trouble == "no-ptrace")
+    if (trouble == "undumpable")
+        prctl(PR_SET_DUMPABLE, 0);
+    else if (trouble == "no-ptrace")
         refuse(SYS_ptrace, SECCOMP_RET_ERRNO | EPERM);
-    if (trouble == "deadly-ptrace")
+    else if (trouble == "deadly-ptrace")
         refuse(SYS_ptrace, SECCOMP_RET_KILL_PROCESS);
-
-    if (trouble == "overflow")
+    else if (trouble == "overflow")
         recurse(0);
     else if (trouble == "overflow-thread")
-        crashOnAThread([] { recurse(0); });
+        runOnAThread([] { recurse(0); });
     else if (trouble == "leader")
         crashWithoutMainThread();
     else if (trouble == "thread")
-        crashOnAThread([] { writeToNowhere(nowhere()); });
-    writeToNowhere(nowhere());
+        runOnAThread(crash);
+    crash();
     return 0;
 }

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <set>
-#include <sstream>
 
 namespace {
 
@@ -88,13 +87,9 @@ private:
 
 std::uint64_t endOfMainStack(const Dump& dump)
 {
-    const Location place = dump.stream(StreamType::LinuxMaps);
-    std::istringstream maps(dump.bytes().substr(place.offset, place.size));
-    for (std::string line; std::getline(maps, line);) {
-        if (line.ends_with("[stack]"))
-            return std::strtoull(line.c_str() + line.find('-') + 1, nullptr, 16);
-    }
-    return 0;
+    const std::string maps = dump.bytes().substr(dump.stream(StreamType::LinuxMaps).offset);
+    const std::size_t line = maps.rfind('\n', maps.find("[stack]"));
+    return std::strtoull(maps.c_str() + maps.find('-', line) + 1, nullptr, 16);
 }
 
 } // namespace
@@ -144,7 +139,7 @@ TEST_CASE("a dump is written in every trouble, and without one")
         {"none", 2, 3},     {"thread", 2, 4},          {"write", 300, 301},
         {"overflow", 2, 3}, {"overflow-thread", 2, 4}, {"undumpable", 2, 3},
         {"files", 2, 3},                                                        // none is left to open
-        {"leader", 2, 3},   {"no-ptrace", 2, 1},       {"deadly-ptrace", 2, 1}, // ends the child
+        {"leader", 2, 4},   {"no-ptrace", 2, 1},       {"deadly-ptrace", 2, 1}, // ends the child
     };
     const TempDirectory directory;
     for (const auto& row : rows) {
@@ -196,10 +191,7 @@ TEST_CASE("debuggers read the dump")
     const TempDirectory directory;
     const std::string path = (directory / "x.dmp").string();
     crash(path, "thread");
-    const struct {
-        std::string command;
-        std::vector<const char*> parts;
-    } rows[] = {
+    const std::pair<std::string, std::vector<const char*>> rows[] = {
         {"obj2yaml-14 " + path, {"Platform ID:     Linux", "Exception Code:  0xB"}},
         {"lldb -l none -x -b -c " + path +
              " '" ORVI_DUMP_CRASH "' -o 'thread list' -o bt -o 'frame variable'",
@@ -208,12 +200,10 @@ TEST_CASE("debuggers read the dump")
           "start_thread"}}, // in the program's C library, not in the module's
     };
     for (const auto& row : rows) {
-        const Outcome session = Program("/bin/sh", {"-c", row.command}).finish();
-        if (session.status == 127) // it is not there
-            continue;
+        const Outcome session = Program("/bin/sh", {"-c", row.first}).finish();
         CAPTURE(session.text);
-        for (const char* part : row.parts)
-            CHECK(session.has(part));
+        for (const char* part : row.second)
+            CHECK((session.has(part) || session.status == 127)); // the debugger is not there
     }
 }
 
@@ -224,21 +214,18 @@ TEST_CASE("all loaded modules are listed, in the order of their addresses")
     const auto visit =
         reinterpret_cast<decltype(&orvi_debug_visit_modules)>(dlsym(library, "orvi_debug_visit_modules"));
     static std::uintptr_t end = 0;
-    static std::vector<std::string> paths;
+    static std::multiset<std::string> paths;
     visit(
         [](void*, const OrviDebugModule* module) {
             CHECK(module->base >= end);
             CHECK(module->size != 0);
             end = module->base + module->size;
-            const std::string& path = paths.emplace_back(module->path);
-            if (path.find("libstdc++.so.") != std::string::npos)
-                CHECK(module->version[0] == 6);
-            if (path.find("/libc.so.") != std::string::npos)
-                CHECK(module->version[1] == 0);
+            const std::string& path = *paths.insert(module->path);
+            CHECK((module->version[0] == 6 || path.find("libstdc++.so.") == path.npos));
+            CHECK((module->version[1] == 0 || path.find("/libc.so.") == path.npos));
         },
         nullptr);
-    const auto have = [&](const std::string& path) { return std::ranges::count(paths, path); };
-    CHECK(have(fs::canonical("/proc/self/exe").string()) == 1);
-    CHECK(have("[vdso]") == 1);
-    CHECK(have(fs::canonical(ORVI_DEBUG_MODULE).string()) == 1);
+    CHECK(paths.count(fs::canonical("/proc/self/exe").string()) == 1);
+    CHECK(paths.count("[vdso]") == 1);
+    CHECK(paths.count(fs::canonical(ORVI_DEBUG_MODULE).string()) == 1);
 }

@@ -6,10 +6,6 @@ namespace {
 
 enum class Level : short { Low = -3 };
 enum Plain { Five = 5 };
-union Choice {
-    int number;
-    float fraction;
-};
 using Coordinates = const Point;
 using Stop = void (*)();
 
@@ -24,10 +20,8 @@ void variables(Stop stop)
 {
     static int counter = 42;
     Point point{1, 2};
-    Point* pointer = &point;
-    Point** pointerToPointer = &pointer;
+    Point** pointerToPointer = nullptr;
     volatile Coordinates& fixed = point;
-    Choice choice{3};
     int numbers[3] = {1, 2, 3};
     int(*pointerToNumbers)[3] = &numbers;
     Point grid[2][3] = {};
@@ -39,8 +33,7 @@ void variables(Stop stop)
     char veryLong[300];
     for (char& letter : veryLong)
         letter = 'x';
-    Plain plain = Five;
-    Plain* pointerToPlain = &plain;
+    Plain* pointerToPlain = nullptr;
     int** pointerToPointerToNumber = nullptr;
     int Point::*member = &Point::y;
     long double precise = -1.25L;
