@@ -1,15 +1,15 @@
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <doctest/doctest.h>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "WideUnits.h"
 #include "platform/base/CodePage.h"
 #include "platform/base/ErrorText.h"
+
+#include <doctest/doctest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <string>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -35,8 +35,11 @@ std::string fromWide(int page, const Wide& text)
     return converted<std::string>(wideToCodePage, page, text);
 }
 
-const int tablePages[] = {0,    437,  850,  852,  866,  874,  932,  936,   949,   950,   1250,  1251,
-                          1252, 1253, 1254, 1255, 1256, 1257, 1258, 20127, 20866, 28591, 28592, 28605};
+struct Row {
+    int page;
+    std::string narrow;
+    Wide wide;
+};
 
 } // namespace
 
@@ -112,7 +115,8 @@ TEST_CASE("text is cut between characters, and counted to its end")
 
 TEST_CASE("each page gives back every character that it has")
 {
-    for (const int page : tablePages) {
+    for (const int page : {0,    437,  850,  852,  866,  874,  932,  936,   949,   950,   1250,  1251,
+                           1252, 1253, 1254, 1255, 1256, 1257, 1258, 20127, 20866, 28591, 28592, 28605}) {
         CAPTURE(page);
         int characters = 0;
         for (unsigned unit = 0; unit < 0x10000; ++unit) {
@@ -145,11 +149,7 @@ TEST_CASE("each page gives back every character that it has")
 
 TEST_CASE("characters of the code pages")
 {
-    const struct {
-        int page;
-        std::string narrow;
-        Wide wide;
-    } rows[] = {
+    const Row rows[] = {
         {0, "\x80\xE9", wide(L"\u20AC\u00E9")}, // 0 is 1252
         {874, "\xA1", wide(L"\u0E01")},
         {866, "\x8F", wide(L"\u041F")},
@@ -176,11 +176,7 @@ TEST_CASE("characters of the code pages")
 
 TEST_CASE("what a code page lacks becomes a question mark")
 {
-    const struct {
-        int page;
-        std::string narrow;
-        Wide wide;
-    } decoded[] = {
+    const Row decoded[] = {
         {1255, "\xD9z\xFF", wide(L"?z?")},
         {950, "\x81\\n\xFE\\n", wide(L"?n?n")}, // pairs whose first byte begins no defined one
         {949, "\xC9\xA1n\xFE\xFEn", wide(L"?n?n")},
