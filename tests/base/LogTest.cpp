@@ -2,7 +2,6 @@
 
 #include <orvi/core/Core.h>
 
-#include <functional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -14,9 +13,9 @@ namespace {
 
 struct Listener : orvi::LogListener {
     explicit Listener(
-        const wchar_t* ownName = L"listener", std::function<void()> ownReaction = [] {})
+        const wchar_t* ownName = L"", void (*reaction)() = [] {})
         : name(ownName)
-        , react(std::move(ownReaction))
+        , react(reaction)
     {
         Log::addListener(this);
     }
@@ -41,7 +40,7 @@ struct Listener : orvi::LogListener {
     }
 
     const wchar_t* name;
-    std::function<void()> react;
+    void (*react)();
     String parameters;
     std::vector<String> lines;
 };
