@@ -44,13 +44,10 @@ void report(const OrviDebugFault* fault)
     const int result = writeDump(dumpFile, fault);
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
     const bool noChild = waitpid(-1, nullptr, WNOHANG | __WALL) < 0 && errno == ECHILD;
-    static char text[256];
-    const int length = std::snprintf(
-        text, sizeof text, "result %d, thread %d, files %+d, %s, %s, dumpable %d\n", result, gettid(),
-        openFiles() - files, noChild ? "no child" : "A CHILD",
-        std::memcmp(&before, &after, sizeof after) == 0 ? "same mask" : "NEW MASK", prctl(PR_GET_DUMPABLE));
-    if (write(STDOUT_FILENO, text, static_cast<std::size_t>(length)) < 0)
-        _exit(3);
+    dprintf(STDOUT_FILENO, "result %d, thread %d, files %+d, %s, %s, dumpable %d\n", result, gettid(),
+            openFiles() - files, noChild ? "no child" : "A CHILD",
+            std::memcmp(&before, &after, sizeof after) == 0 ? "same mask" : "NEW MASK",
+            prctl(PR_GET_DUMPABLE));
 }
 
 void handle(int signal, siginfo_t* info, void* context)

@@ -136,10 +136,10 @@ TEST_CASE("a dump is written in every trouble, and without one")
         int startedThreads;
         std::size_t threads;
     } rows[] = {
-        {"none", 2, 3},     {"thread", 2, 4},          {"write", 300, 301},
-        {"overflow", 2, 3}, {"overflow-thread", 2, 4}, {"undumpable", 2, 3},
-        {"files", 2, 3},                                                        // none is left to open
-        {"leader", 2, 4},   {"no-ptrace", 2, 1},       {"deadly-ptrace", 2, 1}, // ends the child
+        {"none", 2, 3},          {"thread", 2, 4},          {"write", 300, 301},
+        {"overflow", 2, 3},      {"overflow-thread", 2, 4}, {"undumpable", 2, 3},
+        {"files", 2, 3},         {"leader", 2, 4},          {"no-ptrace", 2, 1},
+        {"deadly-ptrace", 2, 1},
     };
     const TempDirectory directory;
     for (const auto& row : rows) {

@@ -142,10 +142,7 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
 TEST_CASE("a loop goes on after what happens in a tick, and only the first leaves a report")
 {
     const struct {
-        const char* where;
-        const char* way;
-        const char* code;
-        const char* frame;
+        const char *where, *way, *code, *frame;
     } rows[] = {
         {"--loop", "null", "exception 0xC0000005\n", "writeNowhere ("},
         {"--loop", "overflow", "exception 0xC00000FD\n", "sink ("},
