@@ -24,7 +24,7 @@ struct Listener : orvi::LogListener {
     const wchar_t* getName() override { return name; }
     bool setparam(const wchar_t* text) override
     {
-        parameters = text;
+        add(text);
         return true;
     }
     void error(const wchar_t* text) override { add(L"E " + String(text)); }
@@ -41,7 +41,6 @@ struct Listener : orvi::LogListener {
 
     const wchar_t* name;
     void (*react)();
-    String parameters;
     std::vector<String> lines;
 };
 
@@ -87,8 +86,8 @@ TEST_CASE("settings find their listener by exact name")
     CHECK(Log::getLogListener(L"other") == &other);
     CHECK(Log::getLogListener(L"File") == nullptr);
     CHECK(Log::setparam(L"file@a@b"));
-    CHECK(file.parameters == L"a@b");
-    CHECK(other.parameters.isEmpty());
+    CHECK(file.lines == std::vector<String>{L"a@b"});
+    CHECK(other.lines.empty());
     CHECK(!Log::setparam(L"file"));
     CHECK(!Log::setparam(L"none@x"));
     CHECK(!Log::setparam(nullptr));

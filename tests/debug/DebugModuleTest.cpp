@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
+#include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,11 +23,16 @@ struct Frame {
     bool has(const std::string& part) const { return values.find(part) != std::string::npos; }
 };
 
-std::vector<Frame> visit(const ucontext_t& registers, std::size_t maxFrames = 100)
+/** From the module as the library loads it: with a C library and a heap of its own. */
+void* functionOf(const char* name)
 {
-    // As the library loads it: with a C library and a heap of its own.
     static void* const module = dlmopen(LM_ID_NEWLM, ORVI_DEBUG_MODULE, RTLD_NOW | RTLD_LOCAL);
     REQUIRE(module != nullptr);
+    return dlsym(module, name);
+}
+
+std::vector<Frame> visit(const ucontext_t& registers, std::size_t maxFrames = 100)
+{
     static std::vector<Frame> frames;
     frames.clear();
     const auto addValue = [](void*, const char* name, const char* value) {
@@ -38,9 +45,8 @@ std::vector<Frame> visit(const ucontext_t& registers, std::size_t maxFrames = 10
             frames.push_back({frame->address, textOf(frame->function), textOf(frame->file), frame->line});
         },
         addValue, [](void*) { frames.back().values += "|"; }, addValue};
-    const auto visitStack =
-        reinterpret_cast<decltype(&orvi_debug_visit_stack)>(dlsym(module, "orvi_debug_visit_stack"));
-    visitStack(&registers, maxFrames, &visitor);
+    reinterpret_cast<decltype(&orvi_debug_visit_stack)>(functionOf("orvi_debug_visit_stack"))(
+        &registers, maxFrames, &visitor);
     for (const Frame& frame : frames)
         CHECK(std::ranges::count(frame.values, '|') == 1);
     return frames;
@@ -220,4 +226,23 @@ TEST_CASE("a damaged stack ends early, without harm")
         CHECK(stack[0].address == row.instruction);
         CHECK(stack.size() < 100);
     }
+}
+
+TEST_CASE("all loaded modules are listed, in the order of their addresses")
+{
+    static std::uintptr_t end = 0;
+    static std::multiset<std::string> paths;
+    reinterpret_cast<decltype(&orvi_debug_visit_modules)>(functionOf("orvi_debug_visit_modules"))(
+        [](void*, const OrviDebugModule* module) {
+            CHECK(module->base >= end);
+            CHECK(module->size != 0);
+            end = module->base + module->size;
+            const std::string& path = *paths.insert(module->path);
+            CHECK((module->version[0] == 6 || path.find("libstdc++.so.") == path.npos));
+            CHECK((module->version[1] == 0 || path.find("/libc.so.") == path.npos));
+        },
+        nullptr);
+    for (const char* path : {"/proc/self/exe", ORVI_DEBUG_MODULE})
+        CHECK(paths.count(std::filesystem::canonical(path).string()) == 1);
+    CHECK(paths.count("[vdso]") == 1);
 }

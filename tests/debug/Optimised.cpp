@@ -2,9 +2,7 @@
 
 namespace subject {
 
-namespace {
-volatile int sink;
-}
+static volatile int sink;
 
 // One is needed after the call, one is not, one never has a place.
 __attribute__((noinline)) int optimised(int kept, int lost, void (*stop)())

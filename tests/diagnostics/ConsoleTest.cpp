@@ -72,7 +72,7 @@ TEST_CASE("texts of every length come whole, one call in one write")
 {
     int ends[2];
     REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0); // each write makes a packet
-    for (const std::size_t length : {1, 1024, 1025, 32768, 32769}) {
+    for (const std::size_t length : {1u, 1024u, 1025u, 32768u, 32769u}) {
         CAPTURE(length);
         const std::string text = longText(length);
         std::fflush(stdout);

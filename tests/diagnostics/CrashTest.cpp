@@ -81,13 +81,8 @@ std::string missing(const std::string& text, const std::vector<std::string>& par
     return {};
 }
 
-/** The line of a stack's innermost frame. */
-std::string firstFrame(const std::string& report)
-{
-    const std::size_t begin = report.find("\nStacktrace:\n#1  0x");
-    REQUIRE(begin != std::string::npos);
-    return report.substr(begin + 13, report.find('\n', begin + 13) - begin - 13);
-}
+/** A report up to the innermost frame. */
+std::string firstFrame(const std::string& report) { return report.substr(0, report.find("\n#2  0x")); }
 
 } // namespace
 
@@ -125,11 +120,11 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
         CHECK(scene.hasDump());
         const std::string report = scene.report();
         CAPTURE(report);
-        CHECK(missing(firstFrame(report), {"#1  0x", row.first}) == "");
+        CHECK(missing(firstFrame(report), {"\nStacktrace:\n#1  0x", row.first}) == "");
         CHECK(missing(report, {"\nProcess info:\nCmd line: ", "/crash " + row.options.front(),
-                               "\nPlatform: Windows OS version ", " Linux ", "\n\nException: ",
-                               std::string(row.exception) + "\n\nRegisters:\neax=", "\neip=", "\ncd=",
-                               "\nStacktrace:\n#1  0x", row.first, row.other, "\n\nLoaded modules:\n0x",
+                               "\nPlatform: Windows OS version ", " Linux ",
+                               "\n\nException: ", std::string(row.exception) + "\n\nRegisters:\neax=",
+                               "\neip=", "\ncd=", row.first, row.other, "\n\nLoaded modules:\n0x",
                                "/crash (0.0.0.0, ", "liborvi_core.so", " bytes)\n"}) == "");
         CHECK(missing(scene.said,
                       {"This application has halted due to an unexpected error.\nA crash report and "
@@ -157,7 +152,7 @@ TEST_CASE("a loop goes on after what happens in a tick, and only the first leave
         CAPTURE(scene.said);
         CHECK(scene.status == 0);
         CHECK(missing(scene.said, {row.code, row.code, row.code, "the loop has gone on\n"}) == "");
-        CHECK(missing(firstFrame(scene.report()), {row.frame}) == "");
+        CHECK(missing(firstFrame(scene.report()), {"\nStacktrace:\n#1  0x", row.frame}) == "");
         CHECK(scene.hasDump());
     }
 }
