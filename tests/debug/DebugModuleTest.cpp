@@ -90,9 +90,10 @@ std::string valuesOf(const Frame& frame)
 
 } // namespace
 
-TEST_CASE("parameters are shown in their order, each as its type asks for")
+TEST_CASE("parameters and variables are shown in their order, each as its type asks for")
 {
-    const Frame frame = stacksOf(&subject::showValues).at(0)[0];
+    const std::vector<std::vector<Frame>> stacks = stacksOf(&subject::showValues);
+    const Frame frame = stacks.at(0)[0];
     CHECK(frame.function == scope + "parameters");
     CHECK(frame.file.ends_with("tests/debug/Subject.cpp"));
     CHECK(frame.line > 0);
@@ -100,11 +101,8 @@ TEST_CASE("parameters are shown in their order, each as its type asks for")
           " stop=A, yes=1, byte=ff, small=fffe, number=-7, positive=fffffff9, bits=ABCDEF0123456789,"
           " fraction=1.500000, real=-2.250000, level=-3, plain=5, text=B \"some text\","
           " object=(subject::Point *) C, reference=(subject::Point *) C, anything=C, (unnamed)=0,|");
-}
-
-TEST_CASE("variables are shown from the outer blocks to the inner ones, and none of other blocks")
-{
-    CHECK(valuesOf(stacksOf(&subject::showValues).at(1)[0]) ==
+    // From the outer blocks to the inner ones, and none of other blocks.
+    CHECK(valuesOf(stacks.at(1)[0]) ==
           " stop=A,| counter=42, point=(subject::Point) B, pointerToPointer=(subject::Point **) C,"
           " fixed=(subject::Point *) B, numbers=(int[3]) D, pointerToNumbers=(int[3] *) D,"
           " grid=(subject::Point[6]) E, name=\"name\", full=\"abc\","
