@@ -6,8 +6,7 @@
 #include <thread>
 #include <vector>
 
-using orvi::Log;
-using orvi::String;
+using namespace orvi;
 
 namespace {
 

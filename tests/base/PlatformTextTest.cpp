@@ -99,12 +99,6 @@ std::string fromWide(int page, const Wide& text, std::size_t room = enough)
     return converted<std::string>(wideToCodePage, page, text, room);
 }
 
-struct Row {
-    int page;
-    std::string narrow;
-    Wide wide;
-};
-
 } // namespace
 
 TEST_CASE("integers print as the system prints them")
@@ -329,7 +323,11 @@ TEST_CASE("each page gives back every character that it has")
 
 TEST_CASE("characters of the code pages, and question marks for what they lack")
 {
-    const Row rows[] = {
+    const struct {
+        int page;
+        std::string narrow;
+        Wide wide;
+    } rows[] = {
         {0, "\x80\xE9", wide(L"\u20AC\u00E9")}, // 0 is 1252
         {874, "\xA1", wide(L"\u0E01")},
         {866, "\x8F", wide(L"\u041F")},

@@ -13,11 +13,7 @@
 
 #include <sys/resource.h>
 
-using orvi::convertToString;
-using orvi::String;
-using orvi::String_T;
-using orvi::StringConvert;
-using orvi::StringHelper;
+using namespace orvi;
 using Utf8 = String_T<char>;
 using Ansi = String_T<unsigned char>;
 

@@ -10,8 +10,7 @@
 #include <string>
 #include <utility>
 
-using orvi::String;
-using orvi::Time;
+using namespace orvi;
 
 namespace {
 

@@ -16,8 +16,7 @@ namespace {
 
 struct Frame {
     std::uintptr_t address;
-    std::string function;
-    std::string file;
+    std::string function, file;
     int line;
     std::string values{}; // " name=value," for each, with "|" between parameters and variables
     bool has(const std::string& part) const { return values.find(part) != std::string::npos; }
@@ -93,7 +92,7 @@ std::string valuesOf(const Frame& frame)
 TEST_CASE("parameters and variables are shown in their order, each as its type asks for")
 {
     const std::vector<std::vector<Frame>> stacks = stacksOf(&subject::showValues);
-    const Frame frame = stacks.at(0)[0];
+    const Frame& frame = stacks.at(0)[0];
     CHECK(frame.function == scope + "parameters");
     CHECK(frame.file.ends_with("tests/debug/Subject.cpp"));
     CHECK(frame.line > 0);

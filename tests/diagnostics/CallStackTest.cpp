@@ -8,9 +8,7 @@
 #include <thread>
 #include <vector>
 
-using orvi::CallStack;
-using orvi::Exception;
-using orvi::String;
+using namespace orvi;
 
 namespace {
 

@@ -8,8 +8,7 @@
 #include <string>
 #include <utmp.h>
 
-using orvi::Console;
-using orvi::ConsoleScreenBufferInfo;
+using namespace orvi;
 
 namespace {
 

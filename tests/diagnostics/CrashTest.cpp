@@ -92,8 +92,7 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
         std::vector<std::string> options;
         int signal;
         const char* exception;
-        std::string first; // in the innermost frame
-        std::string other; // behind it
+        std::string first, other; // in the innermost frame, and behind that
     } rows[] = {
         {{"null"}, SIGSEGV, "ACCESS_VIOLATION", "writeNowhere (depth=1) at ", "main ("},
         {{"files"}, SIGSEGV, "ACCESS_VIOLATION", "writeNowhere (depth=1) at ", "main ("}, // none is left
@@ -127,8 +126,8 @@ TEST_CASE("each way to crash ends the program by its signal, and leaves a report
                                "\neip=", "\ncd=", row.first, row.other, "\n\nLoaded modules:\n0x",
                                "/crash (0.0.0.0, ", "liborvi_core.so", " bytes)\n"}) == "");
         CHECK(missing(scene.said,
-                      {"This application has halted due to an unexpected error.\nA crash report and "
-                       "minidump file were saved to disk, you can find them here:\n",
+                      {"This application has halted due to an unexpected error.\nA crash report and minidump "
+                       "file were saved to disk, you can find them here:\n",
                        "crash@", ".log\n", "crash@", ".dmp\nPlease send the log file to the captain to "}) ==
               "");
     }
