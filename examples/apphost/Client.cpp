@@ -11,11 +11,15 @@ void printLine(const String& label, const String& text)
     orvi::Console::output(L"%-9s %s\n", label.getBuffer(), text.getBuffer());
 }
 
-Client::Client(const String& label, const String& kind, const orvi::Handle_T<orvi::App>& app)
+Client::Client(const String& label, const String& kind, const orvi::Handle_T<orvi::App>& app, int& received)
     : _label(label)
     , _kind(kind)
     , _app(app)
+    , _reader(orvi::AppReader::createInstance(app->getPipe(), {this, &Client::onText}))
+    , _received(received)
 {}
+
+Client::~Client() { _reader->stop(); }
 
 void Client::send(const String& commandLine)
 {
@@ -24,18 +28,16 @@ void Client::send(const String& commandLine)
     _app->getPipe()->write(L"$COMMAND " + commandLine);
 }
 
-bool Client::deliver()
+void Client::deliver()
 {
-    bool any = false;
-    for (String text; _app->getPipe()->read(text); any = true) {
-        printLine(_label, text);
-        follow(text);
-    }
-    return any;
+    for (String text; _app->getPipe()->read(text);)
+        onText(text);
 }
 
-void Client::follow(const String& text)
+void Client::onText(const String& text)
 {
+    ++_received;
+    printLine(_label, text);
     const bool failed = text == L"$END FAILED";
     if (failed || text == L"$END OK") {
         --_pending;

@@ -6,11 +6,18 @@ namespace apphost {
 /** Prints one line with the name of its origin in front. */
 void printLine(const orvi::String& label, const orvi::String& text);
 
-/** A client of a running application. It prints every text that it receives, and follows the protocol far
+/** A client of a running application, in a loop. It prints every text that it receives, and follows the protocol far
     enough to know whether all its commands are answered. */
 class Client {
 public:
-    Client(const orvi::String& label, const orvi::String& kind, const orvi::Handle_T<orvi::App>& app);
+    /** Counts the texts in `received`. */
+    Client(const orvi::String& label, const orvi::String& kind, const orvi::Handle_T<orvi::App>& app,
+           int& received);
+    ~Client();
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    bool start(orvi::System* loop) { return _reader->start(loop); }
 
     const orvi::String& getLabel() const { return _label; }
     const orvi::String& getKind() const { return _kind; }
@@ -18,8 +25,8 @@ public:
     orvi::App* getApp() const { return _app; }
 
     void send(const orvi::String& commandLine);
-    /** Prints what has arrived; false when that was nothing. */
-    bool deliver();
+    /** Prints what has arrived; the loop does it by itself otherwise. */
+    void deliver();
 
     /** Nothing more is to come before the next command. */
     bool isSettled() const { return _ended || (_greeted && _pending == 0 && !_nothingDue); }
@@ -28,11 +35,13 @@ public:
     bool hasEnded() const { return _ended; }
 
 private:
-    void follow(const orvi::String& text);
+    void onText(const orvi::String& text);
 
     orvi::String _label;
     orvi::String _kind;
     orvi::Handle_T<orvi::App> _app;
+    orvi::Handle_T<orvi::AppReader> _reader;
+    int& _received;
     int _pending = 0; // commands that wait for their "$END"
     bool _greeted = false;
     bool _failed = false;

@@ -8,13 +8,13 @@
 #include <orvi/core/Directory.h>
 #include <orvi/core/DllModule.h>
 #include <orvi/core/Encoding.h>
+#include <orvi/core/Tick.h>
 #include <orvi/core/Time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <memory>
-#include <thread>
+#include <utility>
 
 namespace apphost {
 
@@ -29,7 +29,6 @@ namespace {
 const wchar_t ownLabel[] = L"host";
 constexpr unsigned int answerLimitMs = 30'000; // without any text
 constexpr long long longestWaitMs = 3'600'000; // an hour
-constexpr int idleMs = 100;                    // between two looks for texts while nobody types
 
 void say(const String& text) { printLine(ownLabel, text); }
 
@@ -39,22 +38,45 @@ bool fail(const String& text)
     return false;
 }
 
-void nap() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
+/** A time that runs out; the loop comes round then at the latest. */
+class Limit {
+public:
+    Limit(orvi::System* loop, unsigned int ms)
+        : _ms(ms)
+    {
+        _tick->setTickTime(ms);
+        _tick->start(loop);
+    }
+    ~Limit() { _tick->stop(); }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+
+    bool isOver() const { return orvi::getTimeTick() - _begin >= _ms; }
+    void beginAnew() { _begin = orvi::getTimeTick(); }
+
+private:
+    const Handle_T<orvi::Tick> _tick = orvi::Tick::createInstance();
+    const unsigned int _ms;
+    unsigned int _begin = orvi::getTimeTick();
+};
 
 } // namespace
 
-Host::Host()
-    : _commands(
+Host::Host(std::vector<Start> starts, int input)
+    : _starts(std::move(starts))
+    , _reader(input)
+    , _input(orvi::Watch::createInstance(input, 0, {}))
+    , _commands(
           {
               {L"apps", L"", L"the applications that run", 0, 0, method(this, &Host::listApps)},
               {L"kinds", L"", L"the kinds that can be started", 0, 0, method(this, &Host::listKinds)},
               {L"start", L"KIND [NAME [PARAMETERS]]", L"start an application", 1, 3,
-               method(this, &Host::start)},
+               method(this, &Host::open)},
               {L"load", L"MODULE", L"bring in more kinds, from beside this program or from a path", 1, 1,
-               method(this, &Host::load)},
+               method(this, &Host::bringIn)},
               {L"client", L"NAME", L"open one more client of an application", 1, 1,
                method(this, &Host::openClient)},
-              {L"exit", L"NAME", L"end an application", 1, 1, method(this, &Host::exit)},
+              {L"exit", L"NAME", L"end an application", 1, 1, method(this, &Host::end)},
               {L"use", L"[NAME]", L"send it all lines that are no commands here", 0, 1,
                method(this, &Host::use)},
               {L"wait", L"MS", L"let the applications work for so many milliseconds", 1, 1,
@@ -69,15 +91,29 @@ Host::Host()
           })
 {}
 
+bool Host::init()
+{
+    return System::init() && orvi::Rest::createInstance()->start(this) && _input->start(this) &&
+           orvi::Watch::createInstance(interruptDescriptor(), orvi::Watch::READABLE, {})->start(this);
+}
+
+void Host::run()
+{
+    _hasStarted = startAll();
+    if (_hasStarted)
+        carryOutLines();
+    endAll();
+}
+
 // ---- Lines
 
-void Host::run(LineReader& reader)
+void Host::carryOutLines()
 {
-    if (reader.isTerminal())
+    if (_reader.isTerminal())
         say(L"try: apps, help, NAME help; Ctrl-D or quit ends");
     String line;
     while (!_quit && !interrupted()) {
-        switch (awaitLine(reader, line)) {
+        switch (awaitLine(line)) {
         case LineReader::Result::Line:
             _allFine = execute(line) && _allFine;
             break;
@@ -91,37 +127,49 @@ void Host::run(LineReader& reader)
         case LineReader::Result::NothingYet: // Ctrl-C
             break;
         case LineReader::Result::End:
-            if (reader.isTerminal()) // Ctrl-D leaves the prompt on the line
+            if (_reader.isTerminal()) // Ctrl-D leaves the prompt on the line
                 Console::output(L"\n");
             _quit = true;
         }
     }
     if (interrupted()) {
-        if (reader.isTerminal())
+        if (_reader.isTerminal())
             Console::output(L"\n");
         say(L"interrupted");
     }
-    endAll();
 }
 
 /** Waits for a line, and prints the texts that arrive meanwhile. Ctrl-C ends the wait with NothingYet. */
-LineReader::Result Host::awaitLine(LineReader& reader, String& line)
+LineReader::Result Host::awaitLine(String& line)
 {
     using Result = LineReader::Result;
-    const bool typed = reader.isTerminal();
+    const bool typed = _reader.isTerminal();
     bool prompting = typed;
     Result result = Result::NothingYet;
     while (!interrupted() && result == Result::NothingYet) {
         if (prompting)
             Console::output(L"%s", prompt().getBuffer());
-        result = reader.next(line, idleMs);
-        prompting = deliver() && typed;
+        const int received = _received;
+        result = _reader.next(line);
+        if (result == Result::NothingYet)
+            awaitInput();
+        deliver();
+        prompting = typed && _received != received;
     }
     if (result == Result::Line && !typed) { // the transcript shall look as if somebody had typed it
         const bool plain = line.isEmpty() || line[0] == L'#';
         Console::output(L"%s%s\n", plain ? L"" : prompt().getBuffer(), line.getBuffer());
     }
     return result;
+}
+
+/** Comes back when the input can be read, a text has come, or Ctrl-C. */
+void Host::awaitInput()
+{
+    if (!_input->setReadiness(orvi::Watch::READABLE))
+        return; // a file on disc can always be read
+    tick();
+    _input->setReadiness(0); // what waits there would keep the loop awake
 }
 
 bool Host::execute(String line)
@@ -190,27 +238,25 @@ Client* Host::find(const String& label)
 /** Prints what all clients receive until this one has its answers. False when they do not come. */
 bool Host::settle(Client& client)
 {
-    unsigned int lastText = orvi::getTimeTick();
+    Limit limit(this, answerLimitMs);
     while (!client.isSettled()) {
         if (interrupted())
             return false;
-        if (deliver())
-            lastText = orvi::getTimeTick();
-        else if (orvi::getTimeTick() - lastText > answerLimitMs)
+        const int received = _received;
+        tick();
+        if (_received != received)
+            limit.beginAnew();
+        else if (limit.isOver())
             return fail(client.getLabel() + L" does not answer");
-        else
-            nap();
     }
     return true;
 }
 
-/** Prints what all clients have received; false when that was nothing. */
-bool Host::deliver()
+/** Prints what all clients have received. */
+void Host::deliver()
 {
-    bool any = false;
     for (Client& client : _clients)
-        any |= client.deliver();
-    return any;
+        client.deliver();
 }
 
 void Host::forgetEnded()
@@ -247,7 +293,7 @@ bool Host::listKinds(const Call& call)
 }
 
 /** A module registers its kind while it is loaded. It stays to the end: its code may be running. */
-bool Host::load(const Call& call)
+bool Host::bringIn(const Call& call)
 {
     const String name = call[1];
     const Handle_T<DllModule> module = DllModule::createInstance();
@@ -266,7 +312,7 @@ bool Host::load(const Call& call)
     return true;
 }
 
-bool Host::start(const Call& call)
+bool Host::open(const Call& call)
 {
     const String kind = call[1];
     const String name = call.arguments() >= 2 ? call[2] : call[1];
@@ -297,18 +343,13 @@ bool Host::startApp(const String& kind, const String& name, const String& parame
 
 bool Host::add(const String& label, const String& kind, const Handle_T<App>& app)
 {
-    return settle(_clients.emplace_back(label, kind, app));
+    Client& client = _clients.emplace_back(label, kind, app, _received);
+    return client.start(this) && settle(client);
 }
 
-void Host::startAllKinds()
+bool Host::startAll()
 {
-    for (const AppKind& kind : appKinds())
-        _allFine = startApp(kind.name, kind.name, L"") && _allFine;
-}
-
-bool Host::startAll(const std::vector<Start>& starts)
-{
-    return std::all_of(starts.begin(), starts.end(), [this](const Start& start) {
+    return std::all_of(_starts.begin(), _starts.end(), [this](const Start& start) {
         return isFree(start.name) && startApp(start.kind, start.name, start.parameters);
     });
 }
@@ -325,7 +366,7 @@ bool Host::openClient(const Call& call)
     return add(name + L"#" + orvi::convertToString(others + 1), first->getKind(), app);
 }
 
-bool Host::exit(const Call& call)
+bool Host::end(const Call& call)
 {
     const Client* client = find(call[1]);
     if (client == nullptr)
@@ -340,14 +381,10 @@ bool Host::wait(const Call& call)
     const auto ms = parseNumber(call[1]);
     if (!ms || *ms < 0 || *ms > longestWaitMs)
         return call.fail(L"'%s' is no number of milliseconds from 0 to %I64d", call[1], longestWaitMs);
-    const unsigned int begin = orvi::getTimeTick();
-    while (orvi::getTimeTick() - begin < *ms) {
-        if (interrupted())
-            return false;
-        deliver();
-        nap();
-    }
-    return true;
+    const Limit limit(this, static_cast<unsigned int>(*ms));
+    while (!interrupted() && !limit.isOver())
+        tick();
+    return !interrupted();
 }
 
 bool Host::quit(const Call&)

@@ -6,5 +6,7 @@ namespace apphost {
     one ends the program as usual. */
 void catchInterrupts();
 bool interrupted();
+/** Readable from then on; -1 when there is none. */
+int interruptDescriptor();
 
 } // namespace apphost

@@ -10,13 +10,13 @@ namespace apphost {
 
 bool LineReader::isTerminal() const { return isatty(_descriptor) == 1; }
 
-LineReader::Result LineReader::next(orvi::String& line, int waitMs)
+LineReader::Result LineReader::next(orvi::String& line)
 {
     Result result = Result::NothingYet;
     if (takeLine(result, line))
         return result;
     pollfd source = {_descriptor, POLLIN, 0};
-    const int ready = poll(&source, 1, waitMs);
+    const int ready = poll(&source, 1, 0);
     if (ready == 0 || (ready < 0 && errno == EINTR))
         return Result::NothingYet;
     char piece[4096];

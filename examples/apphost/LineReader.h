@@ -6,7 +6,7 @@
 
 namespace apphost {
 
-/** Lines of UTF-8 from a terminal, a pipe or a file, without waiting longer than told. */
+/** Lines of UTF-8 from a terminal, a pipe or a file, as far as they are there. */
 class LineReader {
 public:
     static constexpr std::size_t mostBytes = 65536;
@@ -25,8 +25,9 @@ public:
     {}
 
     bool isTerminal() const;
-    /** The next line, without its end. Waits at most `waitMs` milliseconds; a signal ends the wait. */
-    Result next(orvi::String& line, int waitMs);
+    int getDescriptor() const { return _descriptor; }
+    /** The next line, without its end. Does not wait. */
+    Result next(orvi::String& line);
 
 private:
     bool takeLine(Result& result, orvi::String& line);

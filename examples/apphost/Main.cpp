@@ -4,7 +4,6 @@
 #include "Config.h"
 #include "Host.h"
 #include "Interrupt.h"
-#include "LineReader.h"
 #include "LogPrinter.h"
 
 #include <orvi/core/CrashReporter.h>
@@ -17,6 +16,7 @@
 #include <fcntl.h>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -68,17 +68,12 @@ bool parseOptions(int argc, char** argv, Options& options)
     return !options.bare || options.config == nullptr;
 }
 
-bool startConfigured(apphost::Host& host, const char* config)
+bool readStarts(const char* config, std::vector<apphost::Start>& starts)
 {
-    std::vector<apphost::Start> starts;
     orvi::String reason;
-    if (apphost::readConfig(orvi::StringHelper::utf8ToWide(config), starts, reason)) {
-        if (host.startAll(starts))
-            return true;
-        reason = L"not all applications start";
-    }
+    if (apphost::readConfig(orvi::StringHelper::utf8ToWide(config), starts, reason))
+        return true;
     std::fprintf(stderr, "apphost: configuration: %s\n", orvi::StringHelper::wideToUtf8(reason).getBuffer());
-    host.endAll();
     return false;
 }
 
@@ -112,12 +107,19 @@ int main(int argc, char** argv)
     for (const apphost::AppKind& kind : apphost::appKinds())
         orvi::setUpApp(kind.name, kind.factory);
 
-    apphost::LineReader reader(input);
-    apphost::Host host;
-    if (options.config != nullptr && !startConfigured(host, options.config))
+    std::vector<apphost::Start> starts;
+    if (options.config != nullptr && !readStarts(options.config, starts))
         return wrongStart;
-    if (options.config == nullptr && !options.bare)
-        host.startAllKinds();
-    host.run(reader);
-    return host.allFine() ? allFine : someFailed;
+    if (options.config == nullptr && !options.bare) {
+        for (const apphost::AppKind& kind : apphost::appKinds())
+            starts.push_back({kind.name, kind.name, L""});
+    }
+    const orvi::Handle_T<apphost::Host> host = new apphost::Host(std::move(starts), input);
+    host->load();
+    host->start();
+    if (!host->hasStarted()) {
+        std::fputs("apphost: not all applications start\n", stderr);
+        return wrongStart;
+    }
+    return host->allFine() ? allFine : someFailed;
 }

@@ -4,8 +4,6 @@
 #include "TalkMessages.h"
 #include "TalkPlace.h"
 
-#include <orvi/core/Tick.h>
-
 #include <algorithm>
 #include <deque>
 
@@ -39,9 +37,7 @@ public:
                           method(this, &TalkBox::status)},
                      })
         , _place(std::move(place))
-        , _tick(orvi::Tick::createInstance())
     {
-        _tick->addTickHandler({this, &TalkBox::listen});
         orvi::MessageDispenser<void>& dispenser = _place->port().getMessageDispenser();
         dispenser += {this, &TalkBox::onSaying};
         dispenser += {this, &TalkBox::onNumber};
@@ -50,16 +46,16 @@ public:
         dispenser += {this, &TalkBox::onAnswer};
     }
 
-    bool init() override { return CommandBox::init() && _tick->start(this); }
+    bool init() override { return CommandBox::init() && _place->port().serveOn(this, listenMs); }
     void exit() override
     {
+        if (_place != nullptr)
+            _place->port().serveOn(nullptr);
         _place.reset(); // first, so that who sees the end of this box finds the place free
         CommandBox::exit();
     }
 
 private:
-    void listen(unsigned int) { _received += _place->port().procMessage(listenMs); }
-
     void note(const wchar_t* format, ...)
     {
         std::va_list values;
@@ -76,11 +72,13 @@ private:
 
     void onSaying(const Saying& saying)
     {
+        ++_received;
         note(L"%s: %s", saying.speaker.getBuffer(), saying.text.getBuffer());
     }
 
     void onNumber(const Number& number)
     {
+        ++_received;
         if (number.value == 1)
             _follows = {number.run, 0, true};
         _follows.inOrder &= number.run == _follows.run && number.value == ++_follows.value;
@@ -97,6 +95,7 @@ private:
 
     void onCounted(const Counted& counted)
     {
+        ++_received;
         if (counted.run != _run || counted.value != _sent)
             return; // somebody counted along who has left
         if (_sent < _last)
@@ -108,6 +107,7 @@ private:
 
     void onQuestion(const Question& question)
     {
+        ++_received;
         const Handle_T<Answer> answer = Answer::createInstance();
         answer->left = question.left;
         answer->right = question.right;
@@ -115,7 +115,11 @@ private:
         push(_place->peer().number, answer);
     }
 
-    void onAnswer(const Answer& answer) { note(L"%d + %d = %d", answer.left, answer.right, answer.sum); }
+    void onAnswer(const Answer& answer)
+    {
+        ++_received;
+        note(L"%d + %d = %d", answer.left, answer.right, answer.sum);
+    }
 
     // ---- What goes
 
@@ -217,7 +221,6 @@ private:
     }
 
     std::unique_ptr<TalkPlace> _place;
-    Handle_T<orvi::Tick> _tick;
     long long _pushed = 0;
     long long _received = 0;
     std::deque<String> _heard;

@@ -172,3 +172,26 @@ TEST_CASE("rest: an inner loop of the thread rests, and the outer one goes on")
     outer->left.acquire();
     system.call([] {});
 }
+
+TEST_CASE("rest: who turns the loop by hand sees what a pass has brought before the loop rests again")
+{
+    class Turning final : public RestingSystem {
+    public:
+        void run() override
+        {
+            const Handle_T<Counter> counter = new Counter;
+            counter->setTickTime(2);
+            counter->start(this);
+            while (counter->calls == 0) // nothing else is ever due
+                tick();
+            counter->setTickTime(3'600'000);
+            counter->sleep(1);
+            while (counter->calls == 1)
+                tick();
+        }
+    };
+    const Handle_T<Turning> system = new Turning;
+    CHECK(system->load());
+    system->start();
+    CHECK(system->passes <= 6);
+}

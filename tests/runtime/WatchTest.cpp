@@ -236,6 +236,11 @@ TEST_CASE("watch: a loop inside another one is called for all that is due")
     const unsigned int left = turned.pass();
     CHECK(left > 3'500'000);
     CHECK(left <= 3'600'000);
+    CHECK(!turned.isReady());
+    tick->sleep(1); // by a handler of the other loop
+    CHECK(turned.isReady());
+    CHECK(turned.pass() <= 1);
+    tick->waken();
 
     // Each closure is waited for before the next one is posted: a single lost wake-up would be a hang.
     constexpr int rounds = 20'000;

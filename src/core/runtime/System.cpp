@@ -262,7 +262,11 @@ void System::tick()
 {
     const bool isTurn = std::exchange(_isTurn, false);
     const bool rests = !isTurn && _rests > 0;
-    _isPassDone = false;
+    if (std::exchange(_isPassDone, false) && rests) {
+        rest();
+        if (getState() != STATE_RUNNING)
+            return;
+    }
     if (isTurn || rests) {
         platform::MessageQueue::setWait(_wait.get());
         _wait->arm(); // before anything is looked at
@@ -276,11 +280,9 @@ void System::tick()
     _lastTime = now;
     onTick(delta);
     _isPassDone = true;
-    if (rests)
-        rest();
 }
 
-/** Sleeps until a task is due by its time, or somebody wakes. */
+/** Sleeps until a task is due by its time, or somebody has woken the loop since the last pass began. */
 void System::rest()
 {
     using namespace std::chrono;
@@ -298,7 +300,7 @@ void System::rest()
 /** The milliseconds until something is due by its time. */
 std::uint64_t System::untilNext(unsigned int now) const noexcept
 {
-    if (_hasWorkLeft)
+    if (_hasWorkLeft || (_firstNew != nullptr && _schedule->passes() == 0))
         return 0;
     std::uint64_t time = _schedule->timeToNext();
     if (_mustLookAgain)
@@ -371,6 +373,14 @@ void System::addTask(TaskStatus* status)
     _lastTask = status;
     if (_firstNew == nullptr)
         _firstNew = status;
+    _wait->recall();
+}
+
+/** The times of a task have changed. */
+void System::reschedule(TaskStatus& status) noexcept
+{
+    _schedule->update(status);
+    _wait->recall();
 }
 
 /** From the list of tasks to that of the stopped ones. */
@@ -455,7 +465,7 @@ bool System::Task::sleep(unsigned int ms)
         return false;
     _status->sleepTime = ms;
     _status->state = TASK_SLEEPING;
-    _status->system->_schedule->update(*_status);
+    _status->system->reschedule(*_status);
     return true;
 }
 
@@ -464,7 +474,7 @@ bool System::Task::waken()
     if (_status == nullptr)
         return false;
     _status->state = TASK_RUNNING;
-    _status->system->_schedule->update(*_status);
+    _status->system->reschedule(*_status);
     return true;
 }
 
@@ -472,7 +482,7 @@ void System::Task::setTickTime(unsigned int ms) noexcept
 {
     _tickTime = ms;
     if (_status != nullptr)
-        _status->system->_schedule->update(*_status);
+        _status->system->reschedule(*_status);
 }
 
 void System::Task::signal() noexcept

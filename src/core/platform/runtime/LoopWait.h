@@ -56,6 +56,12 @@ public:
     int descriptor() noexcept;
     /** In the place of wait(); false when it has been woken since arm(). There must be a descriptor. */
     bool expose() noexcept;
+    /** The waiter itself has made something due since. */
+    void recall() noexcept
+    {
+        if (_isExposed)
+            wake();
+    }
 
 private:
     enum State : unsigned int { awake, armed, waiting, polling };

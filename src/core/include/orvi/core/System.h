@@ -148,6 +148,7 @@ private:
     std::uint64_t untilNext(unsigned int now) const noexcept;
     void takeEvents() noexcept;
     void addTask(TaskStatus* status);
+    void reschedule(TaskStatus& status) noexcept;
     void removeTask(TaskStatus* status) noexcept;
     void finishPass() noexcept;
     void dropStopped() noexcept;
@@ -157,10 +158,10 @@ private:
     Unknown::Handle_T<Semaphore> _semaphore;
     bool _firstTick = false;
     unsigned int _lastTime = 0; // getTimeTick of the last pass
-    // What the tick under way has found, for the rest behind it.
+    // What the last tick has found, for the rest behind it.
     bool _hasWorkLeft = false;   // there is none: the next tick goes on where work was left
     bool _mustLookAgain = false; // it is short: something is due that wakes nobody
-    bool _isPassDone = false;    // it was no closure
+    bool _isPassDone = false;    // it was no closure, and came to its end
     bool _isTurn = false;        // the next tick is that of a turn
     int _rests = 0;              // started tasks that let the loop rest
     void (*_exit)(void*);        // what the library's own class does in exit; gets the System

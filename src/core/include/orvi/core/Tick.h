@@ -38,15 +38,17 @@ private:
     CallbackList<void, unsigned int> _handlers;
 };
 
-/** A task that lets its loop rest: the run thread sleeps at the end of each pass until something is due, and not a
-    moment longer. That is: a task by its tick time or its sleep, a posted closure, waken, shutdown, in an
-    application a text in a pipe, or a pipe that joins or leaves. With nothing due it sleeps without a limit.
+/** A task that lets its loop rest: between two passes the run thread sleeps until something is due, and not a moment
+    longer. That is: a task by its tick time, its sleep or a signal, a posted closure, waken, shutdown, a descriptor that
+    a Watch watches, a message in a port that the system serves; in an application a text in a pipe, or a pipe that
+    joins or leaves. With nothing due it sleeps without a limit.
 
         Rest::createInstance()->start(system);
 
     A task without a tick time is due each millisecond, and so is a pipe on streams of the program's own, which tell nobody
-    that a text is there. It has no turn itself. Where a task turns the loop, tick comes back when something was
-    due; who waits there for another thread's doing lets that call waken. */
+    that a text is there. It has no turn itself. Where a task or an override of run turns the loop by tick, each tick
+    sleeps first, and comes back with the pass done: what that pass has brought can be looked at before the next one. Who
+    waits so for another thread's doing lets that call waken. */
 class ORVI_API Rest final : public System::Task {
 public:
     static Unknown::Handle_T<Rest> createInstance();

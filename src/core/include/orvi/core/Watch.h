@@ -29,9 +29,9 @@ public:
     /** Gets a set of EReadiness. */
     using Handler = CallbackHandler<void, unsigned int>;
 
-    /** `readiness` is a set of READABLE and WRITABLE. A start is refused, with false, for what is no open descriptor, for one
-        that cannot be waited for (a file on disc), one that another Watch of the system watches (a duplicate can be), and
-        where no descriptors are left. */
+    /** `readiness` is a set of READABLE and WRITABLE, or 0 for later; a null handler only wakes the loop. A start is
+        refused, with false, for what is no open descriptor, for one that cannot be waited for (a file on disc), one that
+        another Watch of the system watches (a duplicate can be), and where no descriptors are left. */
     static Unknown::Handle_T<Watch> createInstance(int descriptor, unsigned int readiness,
                                                    const Handler& handler);
 
