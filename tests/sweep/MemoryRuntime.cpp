@@ -2,7 +2,9 @@
 
 #include <array>
 #include <chrono>
+#include <sys/eventfd.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace orvi;
 using sweep::Seen;
@@ -157,6 +159,48 @@ void app(Seen& seen)
     }
 }
 
+/** Waits for a descriptor, a pipe and a port inside the loop of another library. */
+class Waiting final : public System {
+public:
+    explicit Waiting(AppPipe* pipe)
+        : _pipe(pipe)
+    {}
+    ~Waiting() override { ::close(_descriptor); }
+    bool init() override
+    {
+        return System::init() &&
+               Watch::createInstance(_descriptor, Watch::READABLE, {this, &Waiting::onReady})->start(this) &&
+               AppReader::createInstance(_pipe, {this, &Waiting::onText})->start(this) && _port.serveOn(this);
+    }
+    bool isReady = false;
+    String text;
+
+private:
+    void onReady(unsigned int) { isReady = true; }
+    void onText(const String& read) { text = read; }
+
+    AppPipe* _pipe;
+    MessagePort _port;
+    const int _descriptor = ::eventfd(1, EFD_CLOEXEC);
+};
+
+void waits(Seen& seen)
+{
+    const auto stream = MemoryStream::createInstance();
+    const SharedPtr<Mutex> mutex(new Mutex);
+    const auto pipe = AppPipe::createInstance(stream, mutex, stream, mutex);
+    Seen::must(pipe->write(L"some text"));
+    const Handle_T<Waiting> system = new Waiting(pipe);
+    Seen::must(system->load() && system->begin());
+    unsigned int ms = 0;
+    for (int turn = 0; turn < 3; ++turn)
+        system->turn(ms);
+    system->shutdown();
+    system->finish();
+    Seen::mustNotHaveLogged();
+    seen << system->isReady << system->text;
+}
+
 class Served : public Short<ServiceSystem> {
 public:
     bool init() override
@@ -195,10 +239,15 @@ void crashReporter(Seen& seen)
 }
 
 const sweep::Scenario scenarios[] = {
-    {"run time: a loop with tasks", loop}, {"run time: thread", thread},
-    {"run time: closures", closures},      {"run time: Semaphore, FileMutex", locks},
-    {"hosting: an application", app},      {"hosting: ServiceSystem", serviceSystem},
-    {"hosting: service", service},         {"diagnostics: crash reporter", crashReporter},
+    {"run time: a loop with tasks", loop},
+    {"run time: thread", thread},
+    {"run time: closures", closures},
+    {"run time: Semaphore, FileMutex", locks},
+    {"run time: a loop that waits", waits},
+    {"hosting: an application", app},
+    {"hosting: ServiceSystem", serviceSystem},
+    {"hosting: service", service},
+    {"diagnostics: crash reporter", crashReporter},
 };
 
 } // namespace

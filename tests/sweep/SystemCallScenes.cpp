@@ -297,6 +297,33 @@ Outcome uuids(const fs::path&)
     return judged(uuid_compare(one, other) != 0, true);
 }
 
+Outcome waits(const fs::path&)
+{
+    class Waiting final : public System {};
+    static int calls;
+    calls = 0;
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
+        return Outcome::Wrong;
+    bool isWatched = false;
+    {
+        const Armed armed;
+        const Handle_T<System> system = new Waiting;
+        const bool hasBegun = system->load() && system->begin();
+        const auto watch = Watch::createInstance(
+            ends[0], Watch::WRITABLE, +[](unsigned int) { ++calls; });
+        isWatched = hasBegun && watch->start(system);
+        unsigned int ms = 0;
+        for (int turn = 0; hasBegun && turn < 5; ++turn)
+            system->turn(ms);
+        system->shutdown();
+        system->finish();
+    }
+    close(ends[0]);
+    close(ends[1]);
+    return judged((calls > 0) == isWatched, isWatched);
+}
+
 constexpr Scene all[] = {
     {"files", files},
     {"temporary files", temporaryFiles},
@@ -309,6 +336,7 @@ constexpr Scene all[] = {
     {"service link", links},
     {"console", consoles},
     {"uuids", uuids},
+    {"waits", waits},
     {"streams", streams}, // the last: it takes longest
 };
 

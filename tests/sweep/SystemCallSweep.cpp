@@ -93,6 +93,10 @@ Words next(const char* name) { return reinterpret_cast<Words>(dlsym(RTLD_NEXT, n
 
 // clang-format off
 ORVI_CALL(connect, SYS_connect, ECONNREFUSED, EINTR, EAGAIN)
+ORVI_CALL(epoll_create1, SYS_epoll_create1, EMFILE, ENFILE, ENOMEM)
+ORVI_CALL(epoll_ctl, SYS_epoll_ctl, ENOMEM, ENOSPC)
+ORVI_CALL(epoll_wait, SYS_epoll_wait, EINTR)
+ORVI_CALL(eventfd, SYS_eventfd2, EMFILE, ENFILE, ENOMEM)
 ORVI_CALL(faccessat, SYS_faccessat2, EACCES, EROFS)
 ORVI_CALL(fchmod, SYS_fchmod, EPERM, EIO, EROFS)
 ORVI_CALL(fchown, SYS_fchown, EPERM, EIO)
