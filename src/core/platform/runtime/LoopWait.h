@@ -49,7 +49,11 @@ public:
     /** Also for one that was closed meanwhile, whoever has the number now. */
     void unwatch(int descriptor, const void* owner) noexcept;
     /** Tells which are ready now. */
-    void takeReady(void (*tell)(void* owner, unsigned int readiness)) noexcept;
+    void takeReady(void (*tell)(void* owner, unsigned int readiness)) noexcept
+    {
+        if (_descriptors != nullptr)
+            tellReady(tell);
+    }
 
     /** For a waiter that waits elsewhere: a descriptor that becomes readable when wait() would end, behind expose() and
         until takeReady(). -1 when the system has none left. */
@@ -67,6 +71,7 @@ private:
     enum State : unsigned int { awake, armed, waiting, polling };
 
     bool prepareDescriptors();
+    void tellReady(void (*tell)(void* owner, unsigned int readiness)) noexcept;
     void wakeUp() noexcept;
 
     std::atomic<unsigned int> _state = awake;

@@ -78,10 +78,8 @@ void LoopWait::unwatch(int descriptor, const void* owner) noexcept
         _descriptors->unwatch(descriptor, owner);
 }
 
-void LoopWait::takeReady(void (*tell)(void* owner, unsigned int readiness)) noexcept
+void LoopWait::tellReady(void (*tell)(void* owner, unsigned int readiness)) noexcept
 {
-    if (_descriptors == nullptr)
-        return;
     if (!_descriptors->hasReady() && (!_descriptors->isEmpty() || _isExposed))
         _descriptors->wait(Time::min());
     _isExposed = false;
