@@ -228,6 +228,7 @@ bool System::init()
     if (!advance(STATE_STARTING, STATE_INITIALISED))
         return false;
     _firstTick = true;
+    _isPassDone = false;
     return true;
 }
 
@@ -262,7 +263,7 @@ void System::tick()
 {
     const bool isTurn = std::exchange(_isTurn, false);
     const bool rests = !isTurn && _rests > 0;
-    if (std::exchange(_isPassDone, false) && rests) {
+    if (std::exchange(_isPassDone, false) && rests && getState() == STATE_RUNNING) {
         rest();
         if (getState() != STATE_RUNNING)
             return;
@@ -286,11 +287,8 @@ void System::tick()
 void System::rest()
 {
     using namespace std::chrono;
-    if (getState() != STATE_RUNNING)
-        return;
-    if (!platform::MessageQueue::wakes(
-            *_wait)) // a task has run a loop of its own: what came meanwhile woke that
-        return;
+    if (!platform::MessageQueue::wakes(*_wait))
+        return; // a task has run a loop of its own: what came meanwhile woke that
     const auto now = floor<milliseconds>(steady_clock::now()); // as getTimeTick counts
     const std::uint64_t time = untilNext(static_cast<unsigned int>(now.time_since_epoch().count()));
     if (time > 0)
@@ -357,7 +355,7 @@ void System::onTick(unsigned int deltaMs)
         finishPass();
     // Where loops outnumber processors an idle one would otherwise turn through its whole time slice before the
     // next gets a turn: 100 boxes without a task took 19 s to start on two processors, and take 50 ms with this.
-    if (isIdle && _rests == 0)
+    if (isIdle && _rests == 0 && _stay == nullptr)
         std::this_thread::yield();
 }
 
