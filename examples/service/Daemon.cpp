@@ -5,12 +5,14 @@
 
 #include <Commands.h>
 #include <orvi/core/Log.h>
+#include <orvi/core/Tick.h>
 
 namespace service {
 
 bool Daemon::init()
 {
-    _failed = !ServiceSystem::init() || !startBoxes() || !openDoor();
+    _failed =
+        !ServiceSystem::init() || !startBoxes() || !orvi::Rest::createInstance()->start(this) || !openDoor();
     return !_failed;
 }
 

@@ -4,43 +4,47 @@
 
 #include <orvi/core/Encoding.h>
 #include <orvi/core/Log.h>
+#include <orvi/core/Semaphore.h>
 
-#include <algorithm>
-#include <vector>
-
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace service {
 
+using orvi::Watch;
+
 namespace {
 
 constexpr std::size_t mostVisitors = 16; // others wait outside
-constexpr int idleMs = 50;               // a request to end the program waits so long
-constexpr int workMs = 2;                // between two looks for what an application says
+constexpr unsigned int retryMs = 1000;   // where the system could not watch the door
 
 } // namespace
 
 Door::Door(const orvi::String& path, std::chrono::milliseconds patience)
     : _path(orvi::StringHelper::wideToUtf8(path))
     , _patience(patience)
-{}
+{
+    setTickTime(orvi::Semaphore::endless);
+}
 
 bool Door::init()
 {
     _socket = listenAt(_path);
-    if (_socket < 0)
+    _watch = Watch::createInstance(_socket, Watch::READABLE, {this, &Door::onKnock});
+    const bool isOpen = _socket >= 0 && _watch->start(getSystem());
+    if (!isOpen)
         orvi::Log::error(L"Cannot open the socket %S: %s", _path.getBuffer(),
                          orvi::getLastErrorString().getBuffer());
-    return _socket >= 0;
+    return isOpen;
 }
 
 void Door::exit()
 {
     for (Visitor& visitor : _visitors)
-        visitor.turn(); // the last words
+        visitor.sayLastWords();
     _visitors.clear();
+    if (!_watch.isNull())
+        _watch->stop();
     if (_socket < 0)
         return;
     unlink(_path);
@@ -50,35 +54,22 @@ void Door::exit()
 
 void Door::onTick(unsigned int)
 {
-    await();
-    letIn();
-    for (Visitor& visitor : _visitors)
-        visitor.turn();
     _visitors.remove_if([](const Visitor& visitor) { return visitor.isDone(); });
+    openOrShut();
 }
 
-void Door::await() const
+void Door::onKnock(unsigned int)
 {
-    std::vector<pollfd> waiting;
-    if (_visitors.size() < mostVisitors)
-        waiting.push_back({_socket, POLLIN, 0});
-    for (const Visitor& visitor : _visitors) {
-        if (visitor.wishes() != 0) // without one its end would still be reported, again and again
-            waiting.push_back({visitor.getSocket(), visitor.wishes(), 0});
-    }
-    const bool working = std::any_of(_visitors.begin(), _visitors.end(),
-                                     [](const Visitor& visitor) { return visitor.awaitsAnswer(); });
-    poll(waiting.data(), waiting.size(), working ? workMs : idleMs);
+    const int socket = accept4(_socket, nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket >= 0)
+        _visitors.emplace_back(socket, _patience, getSystem(), [this] { signal(); });
+    openOrShut();
 }
 
-void Door::letIn()
+void Door::openOrShut()
 {
-    while (_visitors.size() < mostVisitors) {
-        const int socket = accept4(_socket, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket < 0)
-            return;
-        _visitors.emplace_back(socket, _patience);
-    }
+    const bool isSet = _watch->setReadiness(_visitors.size() < mostVisitors ? Watch::READABLE : 0U);
+    setTickTime(isSet ? orvi::Semaphore::endless : retryMs);
 }
 
 } // namespace service

@@ -2,14 +2,14 @@
 #include "Visitor.h"
 
 #include <orvi/core/System.h>
+#include <orvi/core/Watch.h>
 
 #include <chrono>
 #include <list>
 
 namespace service {
 
-/** Lets visitors in at a socket file, and serves them. Its waiting for them is all the rest that its system's
-    loop has. */
+/** Lets visitors in at a socket file, and serves them; has a turn of its own only when one of them is done. */
 class Door final : public orvi::System::Task {
 public:
     Door(const orvi::String& path, std::chrono::milliseconds patience);
@@ -20,12 +20,13 @@ public:
     void onTick(unsigned int elapsedMs) override;
 
 private:
-    void await() const;
-    void letIn();
+    void onKnock(unsigned int readiness);
+    void openOrShut();
 
     orvi::String_T<char> _path;
     std::chrono::milliseconds _patience; // with each visitor
     int _socket = -1;
+    orvi::Handle_T<orvi::Watch> _watch;
     std::list<Visitor> _visitors;
 };
 

@@ -1,12 +1,13 @@
 #include "Visitor.h"
 
 #include <orvi/core/Encoding.h>
+#include <orvi/core/Semaphore.h>
 #include <orvi/core/ServiceSystem.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@ namespace service {
 
 using orvi::String;
 using orvi::StringHelper;
+using orvi::Watch;
 
 namespace {
 
@@ -24,27 +26,73 @@ bool isLater(ssize_t result) { return result < 0 && (errno == EAGAIN || errno ==
 
 } // namespace
 
-Visitor::Visitor(int socket, std::chrono::milliseconds patience)
+Visitor::Visitor(int socket, std::chrono::milliseconds patience, orvi::System* system,
+                 std::function<void()> onDone)
     : _socket(socket)
     , _patience(patience)
-{}
-
-Visitor::~Visitor() { close(_socket); }
-
-short Visitor::wishes() const
+    , _onDone(std::move(onDone))
+    , _watch(Watch::createInstance(socket, Watch::READABLE, {this, &Visitor::onReady}))
 {
-    const bool wantsInput = !_ended && _input.size() <= longestLine;
-    return static_cast<short>((wantsInput ? POLLIN : 0) | (_output.empty() ? 0 : POLLOUT));
+    _broken = !_watch->start(system);
+    awaitNext();
 }
 
-void Visitor::turn()
+Visitor::~Visitor()
+{
+    _watch->stop();
+    if (!_reader.isNull())
+        _reader->stop();
+    close(_socket);
+}
+
+void Visitor::onReady(unsigned int readiness)
 {
     receive();
-    obey();
-    collectAnswer();
-    send();
+    // Only when told: the socket takes some bytes even if nobody reads them, and the clock would start anew.
+    if ((readiness & ~Watch::READABLE) != 0)
+        send();
+    obey(); // behind send: where it stops for want of room, there is output to wait for
+    awaitNext();
+}
+
+void Visitor::onText(const String& text)
+{
     if (!isTheirTurn())
-        restartClock();
+        restartClock(); // now it is
+    collect(text);
+    obey();
+    awaitNext();
+}
+
+void Visitor::sayLastWords()
+{
+    onReady(0);
+    String text;
+    while (awaitsAnswer() && hasRoom() && _app->getPipe()->read(text))
+        collect(text);
+    send();
+}
+
+void Visitor::awaitNext()
+{
+    unsigned int readiness = 0; // else the end of the connection would be told in each pass
+    if (wantsInput())
+        readiness |= Watch::READABLE;
+    if (!_output.empty())
+        readiness |= Watch::WRITABLE;
+    _broken = !_watch->setReadiness(readiness) || _broken;
+
+    if (awaitsAnswer() && hasRoom())
+        _reader->start(_watch->getSystem()); // or goes on
+    else if (awaitsAnswer())
+        _reader->stop();
+
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::ceil<milliseconds>(_turnBegan + _patience - Clock::now());
+    _watch->setTickTime(isTheirTurn() ? static_cast<unsigned int>(std::max(left, milliseconds(1)).count())
+                                      : orvi::Semaphore::endless);
+    if (isDone())
+        _onDone();
 }
 
 bool Visitor::isDone() const
@@ -59,9 +107,13 @@ void Visitor::restartClock()
     _taken = 0;
 }
 
+bool Visitor::wantsInput() const { return !_ended && _input.size() <= longestLine; }
+
+bool Visitor::hasRoom() const { return _output.size() <= mostOutput; }
+
 void Visitor::receive()
 {
-    if (_ended || _input.size() > longestLine)
+    if (!wantsInput())
         return;
     char bytes[longestLine];
     const ssize_t count = recv(_socket, bytes, sizeof bytes, MSG_DONTWAIT);
@@ -75,7 +127,7 @@ void Visitor::receive()
 
 void Visitor::obey()
 {
-    while (!_input.empty() && !awaitsAnswer() && _output.size() <= mostOutput) {
+    while (!_input.empty() && !awaitsAnswer() && hasRoom()) {
         const std::size_t end = std::min(_input.find('\n'), _input.size());
         if (end > longestLine) {
             answer(L"a line is too long\nfailed");
@@ -105,20 +157,19 @@ void Visitor::obeyLine(const std::string& line)
         return;
     }
     const std::string command = line.substr(std::min(nameEnd + 1, line.size()));
+    _reader = orvi::AppReader::createInstance(_app->getPipe(), {this, &Visitor::onText});
     _app->getPipe()->write(L"$COMMAND " + StringHelper::utf8ToWide(command.c_str()));
 }
 
-void Visitor::collectAnswer()
+void Visitor::collect(const String& text)
 {
-    String text;
-    while (awaitsAnswer() && _output.size() <= mostOutput && _app->getPipe()->read(text)) {
-        const bool succeeded = text == L"$END OK";
-        if (succeeded || text == L"$END FAILED" || text == L"$NOTHING" || text == L"$BYE") {
-            answer(succeeded ? L"ok" : L"failed");
-            _app.setNull();
-        } else if (text != L"$HELLO" && text.find(L"$BEGIN ") != 0) {
-            answer(text);
-        }
+    const bool succeeded = text == L"$END OK";
+    if (succeeded || text == L"$END FAILED" || text == L"$NOTHING" || text == L"$BYE") {
+        answer(succeeded ? L"ok" : L"failed");
+        _reader->stop();
+        _app.setNull();
+    } else if (text != L"$HELLO" && text.find(L"$BEGIN ") != 0) {
+        answer(text);
     }
 }
 
