@@ -82,6 +82,14 @@ struct Turned {
     const Handle_T<System> system = new Plain;
 };
 
+/** With a watch for reading, which has been started. */
+struct Watched : Turned {
+    Watched() { CHECK(watch->start(system)); }
+    Ends ends;
+    Heard heard;
+    const Handle_T<Watch> watch = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
+};
+
 constexpr unsigned int quiet = 3'000'000'000; // longer than any time that a case sets
 
 void say(int descriptor) { CHECK(::write(descriptor, "x", 1) == 1); }
@@ -95,11 +103,9 @@ void hear(int descriptor)
 
 TEST_CASE("watch: a handler hears what a descriptor is ready for, and of its end")
 {
-    const Turned turned;
-    Ends ends;
-    Heard heard;
-    const auto watch = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
-    CHECK(watch->start(turned.system));
+    Watched turned;
+    Heard& heard = turned.heard;
+    Ends& ends = turned.ends;
     const auto second = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
     CHECK(!second->start(turned.system)); // one for each file
     turned.pass();
@@ -113,20 +119,20 @@ TEST_CASE("watch: a handler hears what a descriptor is ready for, and of its end
     turned.pass();
     CHECK(heard.calls == 2); // as long as it is ready
     CHECK(heard.last == Watch::READABLE);
-    CHECK(watch->setReadiness(Watch::WRITABLE));
+    CHECK(turned.watch->setReadiness(Watch::WRITABLE));
     turned.pass();
     CHECK(heard.last == Watch::WRITABLE);
-    CHECK(watch->setReadiness(0));
+    CHECK(turned.watch->setReadiness(0));
     Ends::shut(std::exchange(ends.other, -1));
     turned.pass();
     CHECK(heard.calls == 3);
     CHECK(!turned.isReady());
     hear(ends.mine);
-    CHECK(watch->setReadiness(Watch::READABLE));
+    CHECK(turned.watch->setReadiness(Watch::READABLE));
     turned.pass();
     CHECK(heard.last == (Watch::READABLE | Watch::BROKEN));
 
-    watch->stop();
+    turned.watch->stop();
     CHECK(second->start(turned.system));
     CHECK(!Watch::createInstance(-1, Watch::READABLE, &Heard::onReady)->start(turned.system));
     const int file = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
@@ -162,19 +168,15 @@ TEST_CASE("watch: a handler may let go of its watch, and take from another what 
 
 TEST_CASE("watch: a tick time limits the wait, and readiness ends a sleep")
 {
-    const Turned turned;
-    Ends ends;
-    Heard heard;
-    const auto watch = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
-    watch->setTickTime(5);
-    CHECK(watch->start(turned.system));
-    while (heard.calls == 0)
+    Watched turned;
+    turned.watch->setTickTime(5);
+    while (turned.heard.calls == 0)
         turned.pass();
-    CHECK(heard.last == 0);
-    CHECK(watch->sleep(3'600'000));
-    say(ends.other);
+    CHECK(turned.heard.last == 0);
+    CHECK(turned.watch->sleep(3'600'000));
+    say(turned.ends.other);
     turned.pass();
-    CHECK(heard.last == Watch::READABLE);
+    CHECK(turned.heard.last == Watch::READABLE);
 }
 
 TEST_CASE("watch: a descriptor that is closed under it is told of no more, and its number is another's")
@@ -203,17 +205,15 @@ TEST_CASE("watch: a descriptor that is closed under it is told of no more, and i
 
 TEST_CASE("watch: the child of a fork takes nothing from its parent")
 {
-    const Turned turned;
-    Ends ends;
-    Heard heard;
-    const auto watch = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
-    CHECK(watch->start(turned.system));
+    Watched turned;
+    Heard& heard = turned.heard;
+    Ends& ends = turned.ends;
     turned.pass();
     if (const pid_t child = ::fork(); child == 0) {
         say(ends.other);
         turned.pass();
         const bool isRight = heard.calls == 1;
-        watch->stop();
+        turned.watch->stop();
         turned.system->waken();
         ::_exit(isRight ? 0 : 1);
     } else {

@@ -106,7 +106,8 @@ public:
     virtual void run();
     /** Asks the loop to end with the tick under way, without waiting for that; always true. */
     virtual bool shutdown();
-    /** Runs one posted closure or, when none waits, one pass over the tasks. */
+    /** Runs one posted closure or, when none waits, one pass over the tasks. With a Rest it sleeps first, behind a pass and
+        as long as nothing is due. */
     virtual void tick();
     /** One pass: every task that is due gets its onTick. `deltaMs` is the time since the last pass, 0 in the
         first. */
