@@ -162,20 +162,20 @@ TEST_CASE("app: a client's loop gets each text of a pipe, and rests in between")
         const Handle_T<AppPipe> pipe = AppPipe::createInstance(source, mutex, source, mutex);
         const Handle_T<Client> client = new Client;
         client->reader = orvi::AppReader::createInstance(pipe, {&*client, &Client::onText});
-        CHECK(pipe->write(L"before the start"));
+        constexpr int before = 100; // more than a turn
+        for (int i = 0; i < before; ++i)
+            CHECK(pipe->write(L"before the start"));
         const Handle_T<orvi::Thread> thread = orvi::Thread::createInstance();
         CHECK(thread->start(client));
         const int rounds = source == stream ? 5'000 : 50;
-        for (int i = 1; i <= rounds; ++i) {
-            while (client->texts < i)
+        for (int i = 0; i < rounds; ++i) {
+            while (client->texts < before + i)
                 std::this_thread::yield();
             CHECK(pipe->write(L"one"));
         }
-        for (int i = 0; i < 100; ++i) // more than a turn
-            CHECK(pipe->write(L"many"));
         CHECK(pipe->write(L"last"));
         CHECK(pipe->write(L"for another reader"));
-        while (client->texts < rounds + 102)
+        while (client->texts < before + rounds + 1)
             std::this_thread::yield();
         thread->shutdown();
         CHECK(next(*pipe) == L"for another reader");

@@ -179,19 +179,21 @@ TEST_CASE("rest: who turns the loop by hand sees what a pass has brought before 
     public:
         void run() override
         {
-            const Handle_T<Counter> counter = new Counter;
-            counter->setTickTime(2);
-            counter->start(this);
-            while (counter->calls == 0) // nothing else is ever due
-                tick();
-            counter->setTickTime(3'600'000);
-            counter->sleep(1);
-            while (counter->calls == 1)
-                tick();
+            for (int round = 0; round < 2; ++round) { // nothing is ever due but what is waited for
+                const Handle_T<Counter> counter = new Counter;
+                counter->setTickTime(2);
+                counter->start(this);
+                while (counter->calls == 0)
+                    tick();
+                counter->setTickTime(3'600'000);
+                counter->sleep(1);
+                while (counter->calls == 1)
+                    tick();
+            }
         }
     };
     const Handle_T<Turning> system = new Turning;
     CHECK(system->load());
     system->start();
-    CHECK(system->passes <= 6);
+    CHECK(system->passes <= 12);
 }

@@ -166,6 +166,40 @@ TEST_CASE("watch: a handler may let go of its watch, and take from another what 
     CHECK(heard.calls == 2);
 }
 
+TEST_CASE("watch: one that is stopped between the rest and the pass hears nothing")
+{
+    class Stopping final : public System {
+    public:
+        bool init() override
+        {
+            return System::init() && Rest::createInstance()->start(this) && watch->start(this);
+        }
+        void run() override
+        {
+            tick();
+            say(ends.other);
+            tick();
+            isOver = passes == 2; // without a fault
+        }
+        void onTick(unsigned int deltaMs) override
+        {
+            if (++passes == 2)
+                watch->stop();
+            System::onTick(deltaMs);
+        }
+        Ends ends;
+        const Handle_T<Watch> watch = Watch::createInstance(ends.mine, Watch::READABLE, &Heard::onReady);
+        int passes = 0;
+        bool isOver = false;
+    };
+    Heard heard;
+    const Handle_T<Stopping> system = new Stopping;
+    CHECK(system->load());
+    system->start();
+    CHECK(system->isOver);
+    CHECK(heard.calls == 0);
+}
+
 TEST_CASE("watch: a tick time limits the wait, and readiness ends a sleep")
 {
     Watched turned;
@@ -240,6 +274,14 @@ TEST_CASE("watch: a loop inside another one is called for all that is due")
     tick->sleep(1); // by a handler of the other loop
     CHECK(turned.isReady());
     tick->waken();
+    turned.pass();
+    class Inner final : public System {
+        void run() override {}
+    };
+    const Handle_T<Inner> inner = new Inner; // a loop of its own in between: closures wake that
+    CHECK(inner->load());
+    inner->start();
+    CHECK(turned.isReady());
 
     // Each closure is waited for before the next one is posted: a single lost wake-up would be a hang.
     constexpr int rounds = 20'000;
