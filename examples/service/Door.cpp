@@ -6,6 +6,7 @@
 #include <orvi/core/Log.h>
 #include <orvi/core/Semaphore.h>
 
+#include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,7 +17,7 @@ using orvi::Watch;
 namespace {
 
 constexpr std::size_t mostVisitors = 16; // others wait outside
-constexpr unsigned int retryMs = 1000;   // where the system could not watch the door
+constexpr unsigned int retryMs = 1000;   // where the system has no descriptors left, say
 
 } // namespace
 
@@ -55,7 +56,7 @@ void Door::exit()
 void Door::onTick(unsigned int)
 {
     _visitors.remove_if([](const Visitor& visitor) { return visitor.isDone(); });
-    openOrShut();
+    openOrShut(true);
 }
 
 void Door::onKnock(unsigned int)
@@ -63,13 +64,14 @@ void Door::onKnock(unsigned int)
     const int socket = accept4(_socket, nullptr, nullptr, SOCK_CLOEXEC);
     if (socket >= 0)
         _visitors.emplace_back(socket, _patience, getSystem(), [this] { signal(); });
-    openOrShut();
+    openOrShut(socket >= 0 || errno == EAGAIN || errno == EINTR || errno == ECONNABORTED);
 }
 
-void Door::openOrShut()
+void Door::openOrShut(bool canLetIn)
 {
-    const bool isSet = _watch->setReadiness(_visitors.size() < mostVisitors ? Watch::READABLE : 0U);
-    setTickTime(isSet ? orvi::Semaphore::endless : retryMs);
+    const bool isOpen = canLetIn && _visitors.size() < mostVisitors;
+    const bool isSet = _watch->setReadiness(isOpen ? Watch::READABLE : 0U);
+    setTickTime(isSet && canLetIn ? orvi::Semaphore::endless : retryMs);
 }
 
 } // namespace service

@@ -21,7 +21,7 @@ public:
 
 private:
     void onKnock(unsigned int readiness);
-    void openOrShut();
+    void openOrShut(bool canLetIn);
 
     orvi::String_T<char> _path;
     std::chrono::milliseconds _patience; // with each visitor

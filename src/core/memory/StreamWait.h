@@ -19,7 +19,7 @@ struct StreamWait {
 
     static StreamWait at(platform::LoopWait& place) noexcept
     {
-        return {[](void* target) { static_cast<platform::LoopWait*>(target)->wake(); }, &place};
+        return {[](void* waiting) { static_cast<platform::LoopWait*>(waiting)->wake(); }, &place};
     }
 };
 

@@ -123,6 +123,8 @@ bool DescriptorSet::watch(int descriptor, unsigned int readiness, void* owner)
         return false;
     const auto [place, isNew] = _entries.try_emplace(descriptor);
     const bool isOwn = !isNew && place->second.owner == owner;
+    if (isOwn && place->second.readiness == readiness)
+        return true;
     const Entry wanted{owner, isOwn ? place->second.serial : ++_lastSerial, readiness};
     if (!control(isOwn ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, descriptor, wanted)) {
         if (isNew)
