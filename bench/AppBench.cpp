@@ -4,6 +4,7 @@
 #include <orvi/core/Tick.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -41,24 +42,46 @@ protected:
     using SpinningBox::SpinningBox;
 };
 
+/** The same, asleep until a text comes. */
+class RestingBox : public SpinningBox {
+public:
+    static Handle_T<AppBox> create(const wchar_t* appName, const wchar_t* parameters)
+    {
+        return new RestingBox(appName, parameters);
+    }
+    bool init() override { return SpinningBox::init() && orvi::Rest::createInstance()->start(this); }
+
+protected:
+    using SpinningBox::SpinningBox;
+};
+
+enum class Client { Polls, Waits };
+
+template <Client client>
 void readUntil(App* app, const wchar_t* last)
 {
+    constexpr unsigned int limitMs = 10000; // nothing takes as long
     String text;
     while (text != last) {
-        if (!app->getPipe()->read(text))
-            std::this_thread::yield();
+        if constexpr (client == Client::Polls) {
+            if (!app->getPipe()->read(text))
+                std::this_thread::yield();
+        } else if (!app->getPipe()->read(text, limitMs)) {
+            std::abort();
+        }
     }
 }
 
+template <Client client>
 void roundTrip(benchmark::State& state, orvi::AppFactory factory)
 {
     orvi::setUpApp(L"bench", factory);
     const Handle_T<App> app = orvi::startApp(L"bench", L"bench", L"");
     orvi::tearDownApp(L"bench");
-    readUntil(app, L"$HELLO");
+    readUntil<client>(app, L"$HELLO");
     for (auto _ : state) {
         app->getPipe()->write(L"$COMMAND ping");
-        readUntil(app, L"$END OK");
+        readUntil<client>(app, L"$END OK");
     }
     orvi::exitApp(app);
 }
@@ -100,8 +123,13 @@ void inMicros(benchmark::internal::Benchmark* benchmark)
     benchmark->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 
-BENCHMARK_CAPTURE(roundTrip, spinning, SpinningBox::create)->Name("command/spinning_box")->Apply(inMicros);
-BENCHMARK_CAPTURE(roundTrip, yielding, YieldingBox::create)->Name("command/yielding_box")->Apply(inMicros);
+void toSpinningBox(benchmark::State& state) { roundTrip<Client::Polls>(state, SpinningBox::create); }
+void toYieldingBox(benchmark::State& state) { roundTrip<Client::Polls>(state, YieldingBox::create); }
+void toRestingBox(benchmark::State& state) { roundTrip<Client::Waits>(state, RestingBox::create); }
+
+BENCHMARK(toSpinningBox)->Name("command/spinning_box")->Apply(inMicros);
+BENCHMARK(toYieldingBox)->Name("command/yielding_box")->Apply(inMicros);
+BENCHMARK(toRestingBox)->Name("command/resting_box")->Apply(inMicros);
 BENCHMARK(pingPong)->Name("command/condition_variable")->Apply(inMicros);
 
 } // namespace

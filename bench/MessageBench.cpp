@@ -1,3 +1,5 @@
+#include "PeerLoops.h"
+
 #include <benchmark/benchmark.h>
 
 #include <orvi/core/Buffer.h>
@@ -5,18 +7,14 @@
 #include <orvi/core/MessagePort.h>
 #include <orvi/core/MessageReader.h>
 #include <orvi/core/Packet.h>
+#include <orvi/core/Thread.h>
+#include <orvi/core/Tick.h>
 
-#ifdef ORVI_BENCH_ASIO
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
-#endif
 #ifdef ORVI_BENCH_SIGNALS2
 #include <boost/signals2/signal.hpp>
 #endif
 #ifdef ORVI_BENCH_QT
 #include <QBuffer>
-#include <QCoreApplication>
-#include <QThread>
 #endif
 
 #include <atomic>
@@ -46,6 +44,7 @@ constexpr int messageCount = 200000; // through a channel, in an iteration
 constexpr int roundTripCount = 10000;
 constexpr int packageCount = 1000;
 constexpr unsigned int noTimeLimit = 0xFFFFFFFF;
+constexpr unsigned int endless = 0xFFFFFFFF;
 
 // Sixteen characters: one more than a std::string holds in place. Every message gets a copy.
 const orvi::String noteText(L"Sixteen letters.");
@@ -101,6 +100,9 @@ protected:
 
 // A channel hands what is sent, from any thread, to its receiver on a thread of its own.
 
+enum class Idle { Polls, Waits };
+
+template <Idle idle>
 class PortChannel {
 public:
     explicit PortChannel(Receiver& receiver)
@@ -109,7 +111,10 @@ public:
         _port.getMessageDispenser() += {this, &PortChannel::onNote};
         _thread = std::thread([this] {
             while (!_ended) {
-                if (_port.procMessage(noTimeLimit) == 0) // the peers have none either
+                const int count = _port.procMessage(noTimeLimit); // the peers have none either
+                if constexpr (idle == Idle::Waits)
+                    _port.wait(endless);
+                else if (count == 0)
                     std::this_thread::yield();
             }
         });
@@ -117,6 +122,7 @@ public:
     ~PortChannel()
     {
         _ended = true;
+        _port.pushMessage({}); // ends a wait
         _thread.join();
     }
     void send(int number) { _port.pushMessage(makeNote(number)); }
@@ -132,6 +138,48 @@ private:
     MessagePort _port;
     std::atomic<bool> _ended = false;
     std::thread _thread;
+};
+
+/** A port that a System at rest processes. */
+class ServedPortChannel {
+public:
+    explicit ServedPortChannel(Receiver& receiver)
+        : _receiver(receiver)
+        , _system(new ServingSystem(_port))
+        , _thread(orvi::Thread::createInstance())
+    {
+        _port.getMessageDispenser() += {this, &ServedPortChannel::onNote};
+        _thread->start(_system);
+    }
+    ~ServedPortChannel() { _thread->shutdown(); }
+    void send(int number) { _port.pushMessage(makeNote(number)); }
+
+private:
+    class ServingSystem : public orvi::System {
+    public:
+        explicit ServingSystem(MessagePort& port)
+            : _port(port)
+        {}
+        bool init() override
+        {
+            return System::init() && orvi::Rest::createInstance()->start(this) &&
+                   _port.serveOn(this, noTimeLimit);
+        }
+
+    private:
+        MessagePort& _port;
+    };
+
+    void onNote(Note* note)
+    {
+        benchmark::DoNotOptimize(note->text.getBuffer());
+        _receiver.take(note->number);
+    }
+
+    Receiver& _receiver;
+    MessagePort _port;
+    const Handle_T<orvi::System> _system;
+    const Handle_T<orvi::Thread> _thread;
 };
 
 class Event {
@@ -156,8 +204,6 @@ private:
     int _number;
     std::string _text;
 };
-
-enum class Idle { Polls, Waits };
 
 template <Idle idle>
 class DequeChannel {
@@ -216,22 +262,16 @@ private:
     std::thread _thread;
 };
 
-#ifdef ORVI_BENCH_ASIO
-class AsioChannel {
+/** A loop of PeerLoops.h. */
+template <class Loop>
+class LoopChannel {
 public:
-    explicit AsioChannel(Receiver& receiver)
+    explicit LoopChannel(Receiver& receiver)
         : _receiver(receiver)
-        , _work(_context.get_executor())
-        , _thread([this] { _context.run(); })
     {}
-    ~AsioChannel()
-    {
-        _work.reset();
-        _thread.join();
-    }
     void send(int number)
     {
-        boost::asio::post(_context, [this, number, text = noteTextUtf8] {
+        _loop.post([this, number, text = noteTextUtf8] {
             benchmark::DoNotOptimize(text.data());
             _receiver.take(number);
         });
@@ -239,45 +279,8 @@ public:
 
 private:
     Receiver& _receiver;
-    boost::asio::io_context _context;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> _work;
-    std::thread _thread;
+    Loop _loop;
 };
-#endif
-
-#ifdef ORVI_BENCH_QT
-class QtChannel {
-public:
-    explicit QtChannel(Receiver& receiver)
-        : _receiver(receiver)
-    {
-        static int argumentCount = 1;
-        static char name[] = "bench";
-        static char* arguments[] = {name, nullptr};
-        static const QCoreApplication application(argumentCount, arguments); // event loops want one
-        _object.moveToThread(&_thread);
-        _thread.start();
-    }
-    ~QtChannel()
-    {
-        _thread.quit();
-        _thread.wait();
-    }
-    void send(int number)
-    {
-        const auto take = [this, number, text = noteTextUtf8] {
-            benchmark::DoNotOptimize(text.data());
-            _receiver.take(number);
-        };
-        QMetaObject::invokeMethod(&_object, take, Qt::QueuedConnection);
-    }
-
-private:
-    Receiver& _receiver;
-    QObject _object;
-    QThread _thread;
-};
-#endif
 
 /** Counts an iteration's messages and checks that they are the right ones. */
 class Counter final : public Receiver {
@@ -649,23 +652,27 @@ void trips(benchmark::internal::Benchmark* benchmark)
 
 void sizes(benchmark::internal::Benchmark* benchmark) { benchmark->Arg(100)->Arg(4000)->Arg(1 << 20); }
 
-BENCHMARK(throughput<PortChannel>)->Name("throughput/MessagePort")->Apply(producers);
+BENCHMARK(throughput<PortChannel<Idle::Polls>>)->Name("throughput/MessagePort_polled")->Apply(producers);
+BENCHMARK(throughput<PortChannel<Idle::Waits>>)->Name("throughput/MessagePort_waiting")->Apply(producers);
+BENCHMARK(throughput<ServedPortChannel>)->Name("throughput/MessagePort_served")->Apply(producers);
 BENCHMARK(throughput<DequeChannel<Idle::Polls>>)->Name("throughput/deque_polled")->Apply(producers);
 BENCHMARK(throughput<DequeChannel<Idle::Waits>>)->Name("throughput/deque_waiting")->Apply(producers);
 #ifdef ORVI_BENCH_ASIO
-BENCHMARK(throughput<AsioChannel>)->Name("throughput/asio")->Apply(producers);
+BENCHMARK(throughput<LoopChannel<AsioLoop>>)->Name("throughput/asio")->Apply(producers);
 #endif
 #ifdef ORVI_BENCH_QT
-BENCHMARK(throughput<QtChannel>)->Name("throughput/Qt_queued")->Apply(producers);
+BENCHMARK(throughput<LoopChannel<QtLoop>>)->Name("throughput/Qt_queued")->Apply(producers);
 #endif
-BENCHMARK(roundTrip<PortChannel>)->Name("round_trip/MessagePort")->Apply(trips);
+BENCHMARK(roundTrip<PortChannel<Idle::Polls>>)->Name("round_trip/MessagePort_polled")->Apply(trips);
+BENCHMARK(roundTrip<PortChannel<Idle::Waits>>)->Name("round_trip/MessagePort_waiting")->Apply(trips);
+BENCHMARK(roundTrip<ServedPortChannel>)->Name("round_trip/MessagePort_served")->Apply(trips);
 BENCHMARK(roundTrip<DequeChannel<Idle::Polls>>)->Name("round_trip/deque_polled")->Apply(trips);
 BENCHMARK(roundTrip<DequeChannel<Idle::Waits>>)->Name("round_trip/deque_waiting")->Apply(trips);
 #ifdef ORVI_BENCH_ASIO
-BENCHMARK(roundTrip<AsioChannel>)->Name("round_trip/asio")->Apply(trips);
+BENCHMARK(roundTrip<LoopChannel<AsioLoop>>)->Name("round_trip/asio")->Apply(trips);
 #endif
 #ifdef ORVI_BENCH_QT
-BENCHMARK(roundTrip<QtChannel>)->Name("round_trip/Qt_queued")->Apply(trips);
+BENCHMARK(roundTrip<LoopChannel<QtLoop>>)->Name("round_trip/Qt_queued")->Apply(trips);
 #endif
 BENCHMARK(dispatchToFunction)->Name("dispatch/function")->Arg(1)->Arg(50);
 BENCHMARK(dispatchToMethod)->Name("dispatch/method")->Arg(1)->Arg(50);
