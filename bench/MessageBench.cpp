@@ -110,11 +110,11 @@ public:
     {
         _port.getMessageDispenser() += {this, &PortChannel::onNote};
         _thread = std::thread([this] {
-            while (!_ended) {
-                const int count = _port.procMessage(noTimeLimit); // the peers have none either
+            while (!_ended) { // between taking a message, which may be the last, and waiting
                 if constexpr (idle == Idle::Waits)
                     _port.wait(endless);
-                else if (count == 0)
+                const int count = _port.procMessage(noTimeLimit); // the peers have none either
+                if (count == 0 && idle == Idle::Polls)
                     std::this_thread::yield();
             }
         });
