@@ -147,14 +147,14 @@ private:
     }
 };
 
-/** Those that have just started are still on their way to sleep. */
+/** Those that have just started are still on their way to sleep. A crowd that never sleeps is not waited for. */
 void waitUntilQuiet()
 {
-    long before = 0;
-    do {
+    long before = -1;
+    for (int looks = 0; looks < 10 && Usage::ofOthers().switches != before; ++looks) {
         before = Usage::ofOthers().switches;
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    } while (Usage::ofOthers().switches != before);
+    }
 }
 
 template <class Crowd>
