@@ -75,10 +75,12 @@ public:
     WaitingThread()
         : _thread([this] {
             std::unique_lock guard(_mutex);
+            _hasStarted.count_down();
             g_started->count_down();
             _asked.wait(guard, [this] { return _isAsked; });
         })
     {}
+    void awaitStart() { _hasStarted.wait(); }
     void askToEnd()
     {
         const std::lock_guard guard(_mutex);
@@ -91,15 +93,22 @@ private:
     std::mutex _mutex;
     std::condition_variable _asked;
     bool _isAsked = false;
+    std::latch _hasStarted{1};
     std::thread _thread;
 };
 
+enum class Starts { Together, OneByOne };
+
+template <Starts starts>
 class Threads {
 public:
     Threads()
     {
-        for (int i = 0; i < crowdSize; ++i)
+        for (int i = 0; i < crowdSize; ++i) {
             _threads.push_back(std::make_unique<WaitingThread>());
+            if constexpr (starts == Starts::OneByOne) // as an application starts
+                _threads.back()->awaitStart();
+        }
     }
     void end()
     {
@@ -209,11 +218,15 @@ void fewTimes(benchmark::internal::Benchmark* benchmark)
     benchmark->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
+using ThreadsTogether = Threads<Starts::Together>;
+using ThreadsOneByOne = Threads<Starts::OneByOne>;
+
 BENCHMARK(idle<Applications>)->Name("idle_10_s/1000_applications")->Apply(once);
-BENCHMARK(idle<Threads>)->Name("idle_10_s/1000_threads")->Apply(once);
+BENCHMARK(idle<ThreadsTogether>)->Name("idle_10_s/1000_threads")->Apply(once);
 BENCHMARK(start<Applications>)->Name("start/1000_applications")->Apply(fewTimes);
-BENCHMARK(start<Threads>)->Name("start/1000_threads")->Apply(fewTimes);
+BENCHMARK(start<ThreadsOneByOne>)->Name("start/1000_threads_one_by_one")->Apply(fewTimes);
+BENCHMARK(start<ThreadsTogether>)->Name("start/1000_threads_together")->Apply(fewTimes);
 BENCHMARK(end<Applications>)->Name("end/1000_applications")->Apply(fewTimes);
-BENCHMARK(end<Threads>)->Name("end/1000_threads")->Apply(fewTimes);
+BENCHMARK(end<ThreadsTogether>)->Name("end/1000_threads")->Apply(fewTimes);
 
 } // namespace
