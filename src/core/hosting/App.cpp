@@ -116,6 +116,7 @@ bool AppPipe::write(const String& text)
         Log::error(L"AppPipe: no memory for a text");
         return false;
     }
+    const platform::WakeLater later;
     const MutexGuard guard(*_outputMutex);
     try {
         OutputStream draft(_draft);

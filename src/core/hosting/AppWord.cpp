@@ -31,6 +31,7 @@ void AppWord::tell(AppPipe& pipe, const char* word)
     OutputStream room(_room);
     room << Varint(size);
     room.write(word, size);
+    const platform::WakeLater later;
     const MutexGuard guard(*pipe._outputMutex);
     pipe.send(*_room);
 }

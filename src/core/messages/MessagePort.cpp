@@ -127,6 +127,7 @@ bool MessagePort::pushMessage(const Unknown::Handle_T<Message>& message)
     OutputStream stream(draft);
     stream << message;
 
+    const platform::WakeLater later;
     const MutexGuard guard(_pushMutex);
     if (!draft->moveTo(*_pushStream))
         THROW_EXCEPTION(-1, L"OutputStream& operator <<(OutputStream &,InputStream &)");

@@ -6,6 +6,7 @@
 #include <orvi/core/Unknown.h>
 
 #include "platform/diagnostics/FaultGuard.h"
+#include "platform/runtime/LoopWait.h"
 
 #include <cxxabi.h>
 #include <exception>
@@ -48,7 +49,10 @@ void reportThrown()
 
 unsigned long runGuarded(void (*step)(void*), void* argument)
 {
-    return platform::runInGuard(step, argument, reportThrown);
+    const unsigned long code = platform::runInGuard(step, argument, reportThrown);
+    if (code != 0)
+        platform::WakeLater::forget();
+    return code;
 }
 
 } // namespace orvi

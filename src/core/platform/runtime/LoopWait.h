@@ -79,4 +79,26 @@ private:
     bool _isExposed = false;                     // since the last look
 };
 
+/** While it lives, the calling thread wakes others only at its end: make it before the lock under which they are woken, which
+    they would run into otherwise. Nothing may block in between. */
+class WakeLater {
+public:
+    WakeLater() noexcept;
+    ~WakeLater();
+    WakeLater(const WakeLater&) = delete;
+    WakeLater& operator=(const WakeLater&) = delete;
+
+    /** Behind a fault, which leaves places on the stack without their ends. */
+    static void forget() noexcept;
+
+private:
+    friend class LoopWait;
+
+    static bool take(const void* place) noexcept;
+
+    WakeLater* const _outer;
+    const void* _places[4] = {}; // that wait; they may be gone by then, which the system does not mind
+    int _count = 0;
+};
+
 } // namespace orvi::platform

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <ctime>
+#include <iterator>
 #include <linux/futex.h>
 #include <new>
 #include <sys/syscall.h>
@@ -13,6 +14,38 @@
 namespace orvi::platform {
 
 static_assert(sizeof(std::atomic<unsigned int>) == sizeof(unsigned int));
+
+namespace {
+
+thread_local WakeLater* t_later = nullptr;
+
+void wakeOne(const void* place) noexcept
+{
+    syscall(SYS_futex, place, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+} // namespace
+
+WakeLater::WakeLater() noexcept
+    : _outer(std::exchange(t_later, this))
+{}
+
+WakeLater::~WakeLater()
+{
+    t_later = _outer;
+    for (int i = 0; i < _count; ++i)
+        wakeOne(_places[i]);
+}
+
+void WakeLater::forget() noexcept { t_later = nullptr; }
+
+bool WakeLater::take(const void* place) noexcept
+{
+    if (t_later == nullptr || t_later->_count == static_cast<int>(std::size(t_later->_places)))
+        return false;
+    t_later->_places[t_later->_count++] = place;
+    return true;
+}
 
 LoopWait::LoopWait() noexcept = default;
 
@@ -46,7 +79,8 @@ void LoopWait::wakeUp() noexcept
 {
     switch (_state.exchange(awake)) {
     case waiting:
-        syscall(SYS_futex, &_state, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+        if (!WakeLater::take(&_state))
+            wakeOne(&_state);
         break;
     case polling:
         _descriptors->wake();

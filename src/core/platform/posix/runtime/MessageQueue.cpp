@@ -107,6 +107,7 @@ bool MessageQueue::wakes(const LoopWait& wait) noexcept
 
 bool MessageQueue::post(unsigned long threadId, std::function<void()> message)
 {
+    const WakeLater later;
     Bucket& bucket = bucketOf(threadId);
     std::unique_lock bucketGuard(bucket.mutex);
     MessageQueue* queue = bucket.first;
