@@ -23,7 +23,7 @@ namespace orvi {
 
     A consumer without anything else to do waits for messages; a System processes its ports by itself:
 
-        while (port.wait(endless))
+        while (!isOver && port.wait(endless)) // a handler says when it is over
             port.procMessage(10);
         ...
         port.serveOn(system);
