@@ -56,11 +56,9 @@ Seen& Seen::add(double number)
     return *this;
 }
 
-bool Seen::operator==(const Seen& other) const noexcept { return _size == other._size && isPrefixOf(other); }
-
-bool Seen::isPrefixOf(const Seen& other) const noexcept
+const char* Seen::beyond(const Seen& other) const noexcept
 {
-    return _size <= other._size && std::memcmp(_text, other._text, _size) == 0;
+    return std::mismatch(_text, _text + _size, other._text).first;
 }
 
 orvi::String manyTimes(const wchar_t* text)
@@ -81,14 +79,7 @@ ErrorCounter errorCounter;
 constexpr int patienceSeconds = 60; // the machine may be busy
 constexpr int maxFindings = 20;     // that are shown of a scenario
 
-struct Options {
-    bool isShort = false;
-    int seconds = 1'000'000; // for all
-    int only = 0;            // this one allocation, in this very process
-    bool andAllLater = false;
-    std::vector<std::string> names;  // parts of the scenarios' names; none: all
-    std::vector<std::string> others; // these are left out
-} options;
+bool isShort = false;
 
 using Clock = std::chrono::steady_clock;
 
@@ -110,9 +101,8 @@ struct Report {
     long allocations; // of a run without failure
     long at;          // the one that fails in the run under way
     bool isDone;      // no more allocations to fail
-    int cases, refused, complete;
+    int cases, findings;
     int unreached; // allocations that there was no time for
-    int findings;
 } * report;
 
 struct Mode {
@@ -143,8 +133,6 @@ End runOnce(const Scenario& scenario, Seen& seen, long failAt = 0, bool andAllLa
     End end = End::Complete;
     try {
         scenario.run(seen);
-    } catch (const Refusal&) {
-        end = End::Refused;
     } catch (const std::bad_alloc&) {
         end = End::Refused;
     } catch (const orvi::Exception&) {
@@ -168,15 +156,6 @@ int countHandles()
     return count;
 }
 
-/** Where two texts part, with a little in front of it. */
-const char* difference(const Seen& seen, const Seen& expected)
-{
-    const char* at = seen.text();
-    while (*at != 0 && *at == expected.text()[at - seen.text()])
-        ++at;
-    return at - std::min<std::ptrdiff_t>(at - seen.text(), 20);
-}
-
 /** Fails the allocation whose turn it is. False when the scenario has no such. */
 bool runFailing(const Scenario& scenario, const Mode& mode)
 {
@@ -184,17 +163,13 @@ bool runFailing(const Scenario& scenario, const Mode& mode)
     const End end = runOnce(scenario, seen, report->at, mode.andAllLater);
     if (!Allocator::hasFailed())
         return false;
-    const Seen& expected = report->expected;
     ++report->cases;
+    const char *const wrong = seen.beyond(report->expected), *const missing = report->expected.beyond(seen);
     if (end == End::Foreign)
         find(mode, "throws what is neither bad_alloc nor Exception");
-    else if (end == End::Refused && !seen.isPrefixOf(expected))
-        find(mode, "wrong in front of the refusal: ...%.150s", difference(seen, expected));
-    else if (end == End::Complete && seen != expected)
-        find(mode, "wrong without a word: ...%.150s (expected ...%.150s)", difference(seen, expected),
-             difference(expected, seen));
-    else
-        ++(end == End::Refused ? report->refused : report->complete);
+    else if (*wrong != 0 || (end == End::Complete && *missing != 0))
+        find(mode, "wrong %s: %.150s (expected %.150s)",
+             end == End::Refused ? "in front of the refusal" : "without a word", wrong, missing);
     return true;
 }
 
@@ -202,8 +177,9 @@ void runPlain(const Scenario& scenario, const Mode& mode, const char* when = "do
 {
     Seen seen;
     const End end = runOnce(scenario, seen);
-    if (end != End::Complete || seen != report->expected)
-        find(mode, "%s: ...%.150s", when, difference(seen, report->expected));
+    const char *const wrong = seen.beyond(report->expected), *const missing = report->expected.beyond(seen);
+    if (end != End::Complete || *wrong != 0 || *missing != 0)
+        find(mode, "%s: %.150s (expected %.150s)", when, wrong, missing);
 }
 
 /** Whether the time is over; what is left does not count as done. */
@@ -268,28 +244,22 @@ int inChild(Body body)
     return status;
 }
 
-bool noteDeath(const Mode& mode, int status)
-{
-    report->cases += status != 0 ? 1 : 0;
-    if (WIFSIGNALED(status))
-        find(mode, WTERMSIG(status) == SIGALRM ? "hangs" : "ends by signal %d", WTERMSIG(status));
-    else if (WEXITSTATUS(status) != 0)
-        find(mode, "ends with code %d", WEXITSTATUS(status));
-    return status != 0;
-}
-
 void sweepPart(const Scenario& scenario, const Mode& mode)
 {
     const long most = mode.isCold ? 15 : report->allocations > 1000 ? 20 : 100; // so many take their time
-    const long step = options.isShort ? report->allocations / most + 1 : 1;
+    const long step = isShort ? report->allocations / most + 1 : 1;
     int deaths = 0;
     report->at = 1;
-    for (report->isDone = false; !report->isDone && deaths < 5 && !mustStop(step); report->at += step)
-        deaths +=
-            noteDeath(mode,
-                      inChild([&] { mode.isCold ? runCold(scenario, mode) : runWarm(scenario, mode, step); }))
-                ? 1
-                : 0;
+    for (report->isDone = false; !report->isDone && deaths < 5 && !mustStop(step); report->at += step) {
+        const int status =
+            inChild([&] { mode.isCold ? runCold(scenario, mode) : runWarm(scenario, mode, step); });
+        if (status == 0)
+            continue;
+        ++deaths;
+        ++report->cases;
+        find(mode, "ends by signal %d, an alarm when it hangs, or with code %d", WTERMSIG(status),
+             WEXITSTATUS(status));
+    }
 }
 
 void sweepScenario(const Scenario& scenario, Clock::time_point end)
@@ -298,7 +268,6 @@ void sweepScenario(const Scenario& scenario, Clock::time_point end)
     report->findings = 0;
     report->expected = {};
     report->isDone = false;
-    report->at = options.only;
     const int status = inChild([&] {
         Seen warm;
         runOnce(scenario, warm);
@@ -306,52 +275,35 @@ void sweepScenario(const Scenario& scenario, Clock::time_point end)
     });
     if (status != 0 || !report->isDone)
         find({}, "does not work without failures, status %d: %s", status, report->expected.text());
-    else if (options.only != 0) {
-        orvi::Log::addListener(&errorCounter);
-        runFailing(scenario, {options.andAllLater, true});
-    } else
-        for (int part = 0; part < 4; ++part) {
-            partEnd = shareOf(end, 4 - static_cast<std::size_t>(part));
-            sweepPart(scenario, {part >= 2, part % 2 != 0});
-        }
-}
-
-void readOptions(int argc, char** argv)
-{
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "--short")
-            options.isShort = true;
-        else if (argument == "--later")
-            options.andAllLater = true;
-        else if (argument.starts_with("--seconds="))
-            options.seconds = std::atoi(argv[i] + 10);
-        else if (argument.starts_with("--without="))
-            options.others.push_back(argument.substr(10));
-        else if (argument.starts_with("--at="))
-            options.only = std::atoi(argv[i] + 5);
-        else
-            options.names.push_back(argument);
+    for (int part = 0; part < 4 && report->findings == 0; ++part) {
+        partEnd = shareOf(end, 4 - static_cast<std::size_t>(part));
+        sweepPart(scenario, {part >= 2, part % 2 != 0});
     }
-}
-
-bool isWanted(const Scenario& scenario)
-{
-    const std::string name = scenario.name;
-    const auto isPart = [&](const std::string& part) { return name.find(part) != std::string::npos; };
-    return (options.names.empty() || std::ranges::any_of(options.names, isPart)) &&
-           std::ranges::none_of(options.others, isPart);
 }
 
 } // namespace
 
-/** sweep_memory [--short] [--seconds=of all] [--without=part] [parts of names [--at=allocation [--later]]]
+/** sweep_memory [--short] [--seconds=of all] [--without=part of a name]... [part of a name]...
 
-    Every scenario has its share of the seconds; what there is no time for is told, and no failure. With --at that
-    one allocation fails in this very process, where a debugger is. */
+    Every scenario has its share of the seconds; what there is no time for is told, and no failure. */
 int main(int argc, char** argv)
 {
-    readOptions(argc, argv);
+    int seconds = 1'000'000;
+    std::vector<std::string> names, others;
+    for (const std::string argument : std::span(argv + 1, argv + argc)) {
+        if (argument == "--short")
+            isShort = true;
+        else if (argument.starts_with("--seconds="))
+            seconds = std::stoi(argument.substr(10));
+        else if (argument.starts_with("--without="))
+            others.push_back(argument.substr(10));
+        else
+            names.push_back(argument);
+    }
+    const auto isWanted = [&](const Scenario& scenario) {
+        const auto isPart = [&](const std::string& part) { return std::strstr(scenario.name, part.c_str()); };
+        return (names.empty() || std::ranges::any_of(names, isPart)) && std::ranges::none_of(others, isPart);
+    };
     report = static_cast<Report*>(
         mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     std::string directory = (fs::temp_directory_path() / "sweep_XXXXXX").string();
@@ -366,14 +318,14 @@ int main(int argc, char** argv)
     for (const auto& scenarios :
          {textScenarios, objectScenarios, streamScenarios, documentScenarios, runtimeScenarios})
         std::ranges::copy_if(scenarios, std::back_inserter(wanted), isWanted);
-    const auto end = Clock::now() + std::chrono::seconds(options.seconds);
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
     int findings = 0;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
         sweepScenario(wanted[i], shareOf(end, wanted.size() - i));
         findings += report->findings;
     }
-    std::printf("%zu scenarios, %d cases: %d refused, %d complete; no time for %d; %d findings\n",
-                wanted.size(), report->cases, report->refused, report->complete, report->unreached, findings);
+    std::printf("%zu scenarios, %d cases; no time for %d; %d findings\n", wanted.size(), report->cases,
+                report->unreached, findings);
     fs::current_path("/");
     fs::remove_all(directory);
     std::fflush(stdout);

@@ -87,16 +87,9 @@ void joined(Seen& seen)
     Seen::must(pipe->write("abc", 3) == 3 && locked->write("def", 3) == 3);
     char text[10] = "";
     Seen::must(locked->peek(text, 5) == 5 && b->read(text, 6) == 6);
-    seen << text << pipe->available();
-}
-
-/** A "no" that memory is to blame for has a line in the log. */
-bool exists(const String& path)
-{
-    const bool found = isFileExists(path);
-    if (!found)
-        Seen::mustNotHaveLogged();
-    return found;
+    const auto copy = b->clone();
+    Seen::must(!copy.isNull());
+    seen << text << pipe->available() << copy->available();
 }
 
 void files(Seen& seen)
@@ -113,21 +106,18 @@ void files(Seen& seen)
     int size = 0;
     const int told = getFileSize(L"file");
     Seen::must(told >= 0 && getFileInfo(L"file", size, created, modified));
-    seen << told << size << exists(L"file");
+    seen << told << size;
     MD5Checksum checksum;
     Seen::must(calcFileMd5(L"file", checksum));
     seen.made(checksum.convertToString());
-}
-
-void temporary(Seen& seen)
-{
     String name;
     {
-        const auto file = TempFile::createTempFile();
-        Seen::must(!file.isNull() && file->write("abc", 3) == 3);
-        name = file->getFileName();
-        Seen::must(!name.isEmpty());
-        seen << exists(name);
+        const auto temporary = TempFile::createTempFile();
+        Seen::must(!temporary.isNull() && temporary->write("abc", 3) == 3);
+        name = temporary->getFileName();
+        const bool exists = isFileExists(name);
+        Seen::must(!name.isEmpty() && (exists || Seen::errors == 0)); // memory's "no" has a line in the log
+        seen << exists;
     }
     sweep::Allocator::disarm();
     seen << isFileExists(name);
@@ -149,18 +139,6 @@ void archives(Seen& seen)
         seen << archive->getArchiveSize() << archive->getPosition();
         seen.made(checksum.convertToString());
     }
-    struct Factory : ArchiveFactory {
-        using ArchiveFactory::ArchiveFactory;
-        Handle_T<Archive> open(const String&) override { return MemoryFile::createInstance(); }
-    } factory(L"mine");
-    Seen::must(!factory.getArchiveType().isEmpty());
-    seen << ArchiveFactory::setUpArchiveFactory(&factory);
-    const String url(L"mine://x");
-    Seen::must(!url.isEmpty());
-    const auto archive = ArchiveFactory::openArchive(url);
-    ArchiveFactory::tearDownArchiveFactory(&factory);
-    Seen::must(!archive.isNull());
-    seen << ArchiveFactory::openArchive(url).isNull();
 }
 
 void memoryFile(Seen& seen)
@@ -231,7 +209,6 @@ const sweep::Scenario scenarios[] = {
     {"streams: append and pipes", joined},
     {"streams: MemoryFile", memoryFile},
     {"files: File", files},
-    {"files: TempFile", temporary},
     {"files: directories", directories},
     {"archives", archives},
     {"packets", packets},

@@ -18,9 +18,6 @@ struct Allocator {
     static long liveBlocks() noexcept;
 };
 
-/** Ends a scenario whose interface has said "no". */
-struct Refusal {};
-
 /** What a scenario saw, as text of a fixed room: taking it down needs no memory. */
 class Seen {
 public:
@@ -34,11 +31,11 @@ public:
     template <class T>
     requires std::is_arithmetic_v<T> Seen& operator<<(T number) { return add(static_cast<double>(number)); }
 
-    /** False is a refusal. */
+    /** False ends a scenario whose interface has said "no". */
     static void must(bool worked)
     {
         if (!worked)
-            throw Refusal();
+            throw std::bad_alloc();
     }
     /** For what promises no more than a line in the log. */
     static void mustNotHaveLogged() { must(errors == 0); }
@@ -53,8 +50,8 @@ public:
 
     static std::atomic<int> errors; // lines at Log::error in this run
     const char* text() const noexcept { return _text; }
-    bool operator==(const Seen& other) const noexcept;
-    bool isPrefixOf(const Seen& other) const noexcept;
+    /** The part behind what both begin with. */
+    const char* beyond(const Seen& other) const noexcept;
 
 private:
     template <class T>
