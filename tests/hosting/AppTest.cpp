@@ -138,12 +138,8 @@ TEST_CASE("every row of the protocol")
 {
     const RecordingLog log;
     const Handle_T<App> app = start(L"rows");
-    REQUIRE(!app.isNull());
     CHECK(readUntil(app, L"$HELLO") == Texts{L"$HELLO"});
-    const struct {
-        const wchar_t* text;
-        Texts answer;
-    } rows[] = {
+    const std::pair<const wchar_t*, Texts> rows[] = {
         {L"$COMMAND echo one \"two words\" \\\"", {L"$BEGIN echo", L"one", L"two words", L"\"", L"$END OK"}},
         {L"$COMMAND echo \x0416\xD83D\xDE00", {L"$BEGIN echo", L"\x0416\xD83D\xDE00", L"$END OK"}},
         {L"$COMMAND parameters", {L"$BEGIN parameters", L"quiet", L"$END OK"}},
@@ -155,9 +151,9 @@ TEST_CASE("every row of the protocol")
         {L"$command echo", {L"$NOTHING"}},
     };
     for (const auto& row : rows) {
-        CAPTURE(row.text);
-        app->getPipe()->write(row.text);
-        CHECK(readUntil(app, row.answer.back()) == row.answer);
+        CAPTURE(row.first);
+        app->getPipe()->write(row.first);
+        CHECK(readUntil(app, row.second.back()) == row.second);
     }
     CHECK(log.count(RecordingLog::Level::Error, L"a command failed") == 1);
     exitApp(app);

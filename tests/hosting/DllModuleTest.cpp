@@ -60,10 +60,8 @@ TEST_CASE("a module is loaded, asked and unloaded, also where its name is no UTF
 TEST_CASE("what does not load says why, and the module keeps what it had")
 {
     const TempDirectory place;
-    const struct {
-        String fileName;
-        const wchar_t* reason; // a part of it
-    } rows[] = {
+    const std::pair<String, const wchar_t*> rows[] = {
+        // with a part of the reason
         {place.name("missing.so"), L"No such file or directory"},
         {L"no-such-library.so", L"No such file or directory"}, // in the system's places
         {L"", L"No such file or directory"},                   // which the system takes for the program
@@ -72,12 +70,12 @@ TEST_CASE("what does not load says why, and the module keeps what it had")
     };
     const Handle_T<DllModule> module = loadGadget();
     for (const auto& row : rows) {
-        CAPTURE(row.fileName);
+        CAPTURE(row.first);
         const RecordingLog log;
-        CHECK_FALSE(module->load(row.fileName));
+        CHECK_FALSE(module->load(row.first));
         const String line = log.errors().at(0);
-        CHECK(line.find(String(L"Unable to load ") + row.fileName + L".  ") == 0);
-        CHECK(line.find(row.reason) > 0);
+        CHECK(line.find(String(L"Unable to load ") + row.first + L".  ") == 0);
+        CHECK(line.find(row.second) > 0);
         CHECK(line.find(L'\n') < 0);
         CHECK(module->getFileName() == gadget);
         CHECK(answerOf(*module) == 42);

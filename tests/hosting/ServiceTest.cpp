@@ -10,7 +10,6 @@
 #include <orvi/core/Service.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <thread>
@@ -30,9 +29,8 @@ public:
     {
         fs::create_directory(own());
         fs::create_directory(others());
-        fs::create_directory(directory / "running");
         servicePlaces().unitDirectories = {own(), others()};
-        servicePlaces().runningMark = directory / "running";
+        servicePlaces().runningMark = own();
         servicePlaces().command = directory / "systemctl";
         servicePlaces().commandLimitMs = servicePatienceMs;
         setSystemctl("echo inactive");
@@ -146,23 +144,22 @@ TEST_CASE("removal goes by what systemd says")
                             "If this condition persist, reboot the machine and try again\n";
     const char unknown[] = "0: ";
     const struct {
-        const char* what;
         const char* show;
         const char* expected;
         int limitMs = servicePatienceMs;
     } rows[] = {
-        {"running", "echo active", running},
-        {"stop pending", "echo deactivating", stopping},
-        {"start pending", "echo activating", removed},
-        {"ended badly", "echo failed", removed},
-        {"garbage", "printf 'in\\000active\\377'", unknown},
-        {"killed", "echo inactive; kill -9 $$", unknown},
-        {"endless output", "yes", unknown},
-        {"hangs behind its answer", "echo inactive; exec sleep 1000 >&-", unknown, 200},
-        {"leaves a child with its output", "echo inactive; sleep 1000 &", unknown, 200},
+        {"echo active", running},
+        {"echo deactivating", stopping},
+        {"echo activating", removed},
+        {"echo failed", removed},
+        {"printf 'in\\000active\\377'", unknown},
+        {"echo inactive; kill -9 $$", unknown},
+        {"yes", unknown},
+        {"echo inactive; exec sleep 1000 >&-", unknown, 200}, // hangs
+        {"echo inactive; sleep 1000 &", unknown, 200},        // a child keeps the output
     };
     for (const auto& row : rows) {
-        CAPTURE(row.what);
+        CAPTURE(row.show);
         const Places places;
         REQUIRE(places.install(L"greeter") == installed);
         places.setSystemctl(row.show);
@@ -174,18 +171,14 @@ TEST_CASE("removal goes by what systemd says")
 
 TEST_CASE("an installation that fails leaves nothing")
 {
-    const struct {
-        const char* what;
-        void (*prepare)(const Places&);
-    } rows[] = {
-        {"systemd does not read", [](const Places& places) { places.setSystemctl("true", "exit 1"); }},
-        {"no systemctl", [](const Places&) { servicePlaces().command = "/nowhere"; }},
-        {"no place for the link", [](const Places& places) { std::ofstream(places.wants()) << ""; }},
+    void (*const preparations[])(const Places&) = {
+        [](const Places& places) { places.setSystemctl("true", "exit 1"); },
+        [](const Places&) { servicePlaces().command = "/nowhere"; },
+        [](const Places& places) { std::ofstream(places.wants()) << ""; }, // no place for the link
     };
-    for (const auto& row : rows) {
-        CAPTURE(row.what);
+    for (auto* prepare : preparations) {
         const Places places;
-        row.prepare(places);
+        prepare(places);
         CHECK(places.install(L"greeter") == notInstalled);
         CHECK(isService(L"greeter") == 0);
         for (const auto& entry : fs::recursive_directory_iterator(places.own()))
@@ -217,15 +210,14 @@ TEST_CASE("without the right or the place nothing is tried")
 
     servicePlaces().unitDirectories = {places.own().string()};
     chmod(places.own().c_str(), 0555);
-    CHECK(places.answer([] {
-        ServiceProcess anybody("", [] {
-            const bool isAnybody = geteuid() != 0 || seteuid(65534) == 0;
-            const int result = serviceInstall(1, L"a", L"", L"/bin/x", L"", nullptr);
-            std::fflush(stdout);
-            return isAnybody ? result : 2;
-        });
-        return anybody.wait();
-    }) == "0: Install/remove of the Service Denied!\n"
+    const auto installAsAnybody = [] {
+        const bool isAnybody = geteuid() != 0 || seteuid(65534) == 0;
+        const int result = isAnybody ? serviceInstall(1, L"a", L"", L"/bin/x", L"", nullptr) : 2;
+        std::fflush(stdout);
+        return result;
+    };
+    CHECK(places.answer([&] { return ServiceProcess("", installAsAnybody).wait(); }) ==
+          "0: Install/remove of the Service Denied!\n"
           "That operation should be made by an user with Administrator privileges!\n");
     chmod(places.own().c_str(), 0755);
 }
@@ -233,10 +225,8 @@ TEST_CASE("without the right or the place nothing is tried")
 TEST_CASE("every name has a unit file of its own, inside the directory")
 {
     const std::string longest(255 - 8, 'n');
-    const struct {
-        std::string name;
-        std::string unit; // empty for a refusal
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
+        // an empty one for a refusal
         {"my-greeter_2.0:x", "my-greeter_2.0:x.service"},
         {"../../etc/passwd", "\\x2e.\\x2f..\\x2fetc\\x2fpasswd.service"},
         {"a\\x2fb", "a\\x5cx2fb.service"},
@@ -249,8 +239,8 @@ TEST_CASE("every name has a unit file of its own, inside the directory")
         {longest + "n", ""},
     };
     for (const auto& row : rows) {
-        CAPTURE(row.name);
-        CHECK(unitFileName(row.name.c_str()).value_or("") == row.unit);
+        CAPTURE(row.first);
+        CHECK(unitFileName(row.first.c_str()).value_or("") == row.second);
     }
     const Places places;
     CHECK(places.install(L"..") == notInstalled);
@@ -293,18 +283,16 @@ TEST_CASE("no text of a service says more than itself in the unit")
 
 TEST_CASE("a service says that it is ready, stops once on request and ends when its body has ended")
 {
+    static const Bell mayStop;
     for (const std::string& address : {std::string(), "@orvi-test-" + std::to_string(getpid())}) {
         CAPTURE(address);
         const NotifySocket manager(address);
-        static const Bell* stopped;
-        const Bell bell;
-        stopped = &bell;
         ServiceProcess service(manager.address(), [] {
             const int result = host([](void*) {
                 if (getenv("NOTIFY_SOCKET") != nullptr)
                     abort();
                 waitForStop(nullptr);
-                stopped->wait();
+                mayStop.wait();
             });
             return result == 1 && host(waitForStop) == 0 ? 0 : 1; // a process is a service once
         });
@@ -313,7 +301,7 @@ TEST_CASE("a service says that it is ready, stops once on request and ends when 
         CHECK(manager.next() == "STOPPING=1\nSTATUS=Stopping\nEXTEND_TIMEOUT_USEC=86400000000");
         service.kill(SIGTERM);
         CHECK(manager.next() == "STATUS=Stopping\nEXTEND_TIMEOUT_USEC=86400000000");
-        bell.ring();
+        mayStop.ring();
         CHECK(manager.next() == "STATUS=Stopped");
         CHECK(service.wait() == 0);
     }
@@ -411,15 +399,14 @@ TEST_CASE("pausing stops the body where it stands, and nothing else")
     };
     ServiceProcess service(manager.address(), [&] {
         std::thread watcher([] {
-            const auto nap = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
-            const auto awaitTurn = [&nap] {
+            const auto awaitTurn = [] {
                 for (const long before = turns; turns == before;)
-                    nap();
+                    usleep(1000);
             };
             awaitTurn();
             pauseService();
             pauseService();
-            for (long seen = -1, still = 0; still < 30; nap()) {
+            for (long seen = -1, still = 0; still < 30; usleep(1000)) {
                 still = seen == turns ? still + 1 : 0;
                 seen = turns;
             }
