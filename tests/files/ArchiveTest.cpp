@@ -20,10 +20,8 @@ constexpr int maxInt = std::numeric_limits<int>::max();
 
 std::string someBytes(std::size_t count)
 {
-    std::mt19937 random(5);
-    std::string bytes;
-    while (bytes.size() < count)
-        bytes += static_cast<char>(random());
+    std::string bytes(count, '\0');
+    std::generate(bytes.begin(), bytes.end(), std::mt19937(5));
     return bytes;
 }
 

@@ -31,23 +31,17 @@ Texts sorted(Texts texts)
     return texts;
 }
 
-/** What a scan reports, in its order. */
+/** What a scan reports, in its order, without the path in front. */
 Texts scan(const String& path, Extensions extensions = {}, bool recursive = true)
 {
     std::list<String> files;
     scanFiles(files, path, extensions.empty() ? nullptr : extensions.data(), recursive);
-    return {files.begin(), files.end()};
-}
-
-/** The same without the path in front, sorted. */
-Texts scanSorted(const String& path, Extensions extensions = {}, bool recursive = true)
-{
-    Texts names = scan(path, std::move(extensions), recursive);
-    for (String& name : names) {
-        REQUIRE(name.find(path) == 0);
-        name = name.getSubString(path.getLength(), -1);
+    Texts names;
+    for (const String& file : files) {
+        REQUIRE(file.find(path) == 0);
+        names.push_back(file.getSubString(path.getLength(), -1));
     }
-    return sorted(names);
+    return names;
 }
 
 /** Makes files, and the directories that they need. */
@@ -143,7 +137,7 @@ TEST_CASE("files are picked by what stands behind their last dot, in any case")
     const TempDirectory place;
     makeFiles(place,
               {"a.txt", "B.TXT", "txt", "a.txt.bak", "c.", "d.png", ".txt", ".e.txt", "directory.txt/"});
-    const auto find = [&](const Extensions& extensions) { return scanSorted(inside(place), extensions); };
+    const auto find = [&](const Extensions& extensions) { return sorted(scan(inside(place), extensions)); };
     CHECK(find({L"tXt", nullptr}) == Texts{L"B.TXT", L"a.txt"});
     CHECK(find({L"png", L"bak", nullptr}) == Texts{L"a.txt.bak", L"d.png"});
     CHECK(find({L"png", L"Png", nullptr}) == Texts{L"d.png", L"d.png"});
@@ -158,11 +152,11 @@ TEST_CASE("a directory's own files come first, and hidden and closed things not 
     const TempDirectory place;
     makeFiles(place, {"top", "p/one", "p/q/two", "r/three", ".hidden/four", ".hidden/s/five", ".six"});
     mkfifo((place / "pipe").c_str(), 0666);
-    CHECK(scanSorted(inside(place), {}, false) == Texts{L"top"});
-    CHECK(scanSorted(inside(place)) == Texts{L"p/one", L"p/q/two", L"r/three", L"top"});
-    CHECK(scanSorted(inside(place, ".hidden")) == Texts{L"four", L"s/five"}); // it is named itself
-    CHECK(scan(inside(place)).front() == place.name("top"));
-    CHECK(scan(inside(place, "p")) == Texts{place.name("p/one"), place.name("p/q/two")});
+    CHECK(scan(inside(place), {}, false) == Texts{L"top"});
+    CHECK(sorted(scan(inside(place))) == Texts{L"p/one", L"p/q/two", L"r/three", L"top"});
+    CHECK(sorted(scan(inside(place, ".hidden"))) == Texts{L"four", L"s/five"}); // it is named itself
+    CHECK(scan(inside(place)).front() == L"top");
+    CHECK(scan(inside(place, "p")) == Texts{L"one", L"q/two"});
     for (const char* none : {"none", "top"})
         CHECK(scan(inside(place, none)).empty());
     fs::permissions(place.path(), fs::perms(0755));
@@ -170,7 +164,7 @@ TEST_CASE("a directory's own files come first, and hidden and closed things not 
     CHECK(succeedsInChild([&] {
         constexpr uid_t nobody = 65534;
         REQUIRE((geteuid() != 0 || setuid(nobody) == 0)); // root may read everything
-        REQUIRE(scanSorted(inside(place)) == Texts{L"r/three", L"top"});
+        REQUIRE(sorted(scan(inside(place))) == Texts{L"r/three", L"top"});
     }));
     fs::permissions(place / "p", fs::perms::owner_all);
 }
@@ -191,7 +185,7 @@ TEST_CASE("links are what they lead to, and circles of them come to an end")
         fs::create_symlink(target, place / link);
     for (char c = 'a'; c < 'k'; ++c) // whatever the order of the listing, most come before or most behind
         fs::create_symlink("sub", place / "tree" / std::string(1, c));
-    CHECK(scanSorted(inside(place, "tree")) ==
+    CHECK(sorted(scan(inside(place, "tree"))) ==
           Texts{L"sub/file", L"to-deeper/last", L"to-elsewhere/other", L"to-file"});
 }
 
@@ -230,8 +224,8 @@ TEST_CASE("names that are no UTF-8 lead back to their files")
         place.write(fs::path(name) / name, name);
     }
     std::vector<std::string> contents;
-    for (const String& path : scan(inside(place)))
-        contents.push_back(readWhole(path));
+    for (const String& name : scan(inside(place)))
+        contents.push_back(readWhole(inside(place) + name));
     std::sort(contents.begin(), contents.end());
     std::sort(names.begin(), names.end());
     CHECK(contents == names);
@@ -260,7 +254,7 @@ TEST_CASE("every way to a file takes a name that is no UTF-8")
     CHECK(succeedsInChild([&] {
         setenv("TMPDIR", odd.c_str(), 1);
         const String made = TempFile::getTempFileName();
-        REQUIRE(scan(here + L"/") == Texts{made});
+        REQUIRE(here + L"/" + scan(here + L"/").at(0) == made);
     }));
     // What is no byte, and so no path of anybody's, stays the replacement character.
     const Handle_T<File> file = File::createInstance();
@@ -283,7 +277,7 @@ TEST_CASE("a tree that is deeper than any path is made, scanned and read")
     const Handle_T<File> file = File::createInstance();
     REQUIRE((file->open(path, File::writeOnly | File::create, 3) && put(*file, "deep") == 4));
     file->close();
-    CHECK(scan(inside(place)) == Texts{path});
+    CHECK(scan(inside(place)) == Texts{path.getSubString(inside(place).getLength(), -1)});
     CHECK((readWhole(path) == "deep" && getFileSize(path) == 4));
     Texts names;
     scanDirectories(bottom.getSubString(0, bottom.getLength() - 200), names);
