@@ -149,28 +149,12 @@ void System::TaskSchedule::reserve(std::size_t count)
     _room = count;
 }
 
-/** The time that a task of this order has come to: passes under way count once they have reached it. */
-std::uint64_t System::TaskSchedule::now(std::uint64_t order) const noexcept
-{
-    std::uint64_t time = _clock;
-    for (const Pass& pass : _passes) {
-        if (pass.order < order)
-            time -= pass.delta;
-    }
-    return time;
-}
-
 std::uint64_t System::TaskSchedule::timeToNext() const noexcept
 {
     if (!_due.isEmpty())
         return 0;
     const std::uint64_t next = _timed.isEmpty() ? never : std::max(_timed.topKey(), _clock) - _clock;
     return _everyPass.isEmpty() ? next : std::min<std::uint64_t>(next, 1);
-}
-
-std::uint64_t System::TaskSchedule::elapsed(const TaskStatus& status) const noexcept
-{
-    return now(status.order) - status.since;
 }
 
 void System::TaskSchedule::place(TaskStatus& status) noexcept
@@ -239,14 +223,12 @@ void System::TaskSchedule::update(TaskStatus& status) noexcept
 
 void System::TaskSchedule::beginPass(unsigned int deltaMs)
 {
-    _passes.push_back({deltaMs});
+    _passes.push_back({0, deltaMs, _everyPass.changes(), _everyPass.behind(0)});
     _clock += deltaMs;
-    _passes.back().everyPass = _everyPass.behind(0);
-    _passes.back().changes = _everyPass.changes();
     returnSkipped();
 }
 
-System::TaskStatus* System::TaskSchedule::next() noexcept
+System::TaskStatus* System::TaskSchedule::search() noexcept
 {
     Pass& pass = _passes.back();
     while (!_timed.isEmpty() && _timed.topKey() <= _clock) {
@@ -276,13 +258,6 @@ System::TaskStatus* System::TaskSchedule::next() noexcept
     if (status != nullptr)
         pass.order = status->order;
     return status;
-}
-
-void System::TaskSchedule::restart(TaskStatus& status) noexcept
-{
-    status.since = now(status.order);
-    status.isDue = false;
-    passOver(status);
 }
 
 void System::TaskSchedule::passOver(TaskStatus& status) noexcept

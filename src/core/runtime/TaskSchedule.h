@@ -63,11 +63,32 @@ public:
     // A pass: begin it, ask for one task after the other, end it.
     void beginPass(unsigned int deltaMs);
     /** The next task that may be due; null when there is none. */
-    TaskStatus* next() noexcept;
+    TaskStatus* next() noexcept
+    {
+        Pass& pass = _passes.back();
+        if (pass.changes == _everyPass.changes() && _due.isEmpty() &&
+            (_timed.isEmpty() || _timed.topKey() > _clock)) { // nothing but the next in the row
+            if (TaskStatus* status = _everyPass.at(pass.everyPass)) {
+                ++pass.everyPass;
+                pass.order = status->order;
+                return status;
+            }
+        }
+        return search();
+    }
     /** What it has gathered in the pass under way. */
-    std::uint64_t elapsed(const TaskStatus& status) const noexcept;
+    std::uint64_t elapsed(const TaskStatus& status) const noexcept
+    {
+        return now(status.order) - status.since;
+    }
     /** It gets its turn now, or is passed over. */
-    void restart(TaskStatus& status) noexcept;
+    void restart(TaskStatus& status) noexcept
+    {
+        status.since = now(status.order);
+        status.isDue = false;
+        if (status.place != TaskStatus::Place::EveryPass || status.limit() != 0)
+            passOver(status);
+    }
     void passOver(TaskStatus& status) noexcept;
     void endPass() noexcept;
 
@@ -140,13 +161,23 @@ private:
     };
 
     struct Pass {
+        std::uint64_t order; // of the task that it has come to
         unsigned int delta;
-        std::uint64_t order = 0;   // of the task that it has come to
-        std::size_t everyPass = 0; // the next one in _everyPass
-        unsigned int changes = 0;  // for which that holds
+        unsigned int changes;  // of _everyPass, for which the next holds
+        std::size_t everyPass; // the next one there; not beside `order`, or both are stored as one, slowly
     };
 
-    std::uint64_t now(std::uint64_t order) const noexcept;
+    /** The time that a task of this order has come to: passes under way count once they have reached it. */
+    std::uint64_t now(std::uint64_t order) const noexcept
+    {
+        std::uint64_t time = _clock;
+        for (const Pass& pass : _passes) {
+            if (pass.order < order)
+                time -= pass.delta;
+        }
+        return time;
+    }
+    TaskStatus* search() noexcept;
     void place(TaskStatus& status) noexcept;
     void takeOut(TaskStatus& status) noexcept;
     void returnSkipped() noexcept;
