@@ -283,16 +283,18 @@ TEST_CASE("no text of a service says more than itself in the unit")
 
 TEST_CASE("a service says that it is ready, stops once on request and ends when its body has ended")
 {
-    static const Bell mayStop;
     for (const std::string& address : {std::string(), "@orvi-test-" + std::to_string(getpid())}) {
         CAPTURE(address);
         const NotifySocket manager(address);
+        static const Bell* stopped;
+        const Bell bell;
+        stopped = &bell;
         ServiceProcess service(manager.address(), [] {
             const int result = host([](void*) {
                 if (getenv("NOTIFY_SOCKET") != nullptr)
                     abort();
                 waitForStop(nullptr);
-                mayStop.wait();
+                stopped->wait();
             });
             return result == 1 && host(waitForStop) == 0 ? 0 : 1; // a process is a service once
         });
@@ -301,7 +303,7 @@ TEST_CASE("a service says that it is ready, stops once on request and ends when 
         CHECK(manager.next() == "STOPPING=1\nSTATUS=Stopping\nEXTEND_TIMEOUT_USEC=86400000000");
         service.kill(SIGTERM);
         CHECK(manager.next() == "STATUS=Stopping\nEXTEND_TIMEOUT_USEC=86400000000");
-        mayStop.ring();
+        bell.ring();
         CHECK(manager.next() == "STATUS=Stopped");
         CHECK(service.wait() == 0);
     }
