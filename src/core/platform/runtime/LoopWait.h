@@ -15,7 +15,7 @@ class DescriptorSet;
     was published came before the waiter's look, which finds it. To wake a thread that does not wait costs one
     load.
 
-    After a wake the waiter has to arm it anew. One waiter at a time, which all belongs to but wake().
+    After a wake the waiter has to arm it anew. One waiter at a time; all but wake() is for the waiter.
 
     A waiter waits by a futex until it watches a descriptor, or is asked for the one to wait for elsewhere. */
 class LoopWait {

@@ -100,10 +100,10 @@ private:
         box     $NOTHING                the text was no command
         box     $BYE                    the pipe has left or the box ends; always the last
 
-    A text is answered in the box's next pass, so the latency is that of its loop; a box that rests is woken. Pipes that have many texts are
-    served in turns. A pass serves for some 10 ms at most, then the tasks get their turn; where texts are left the
-    next pass comes at once, and a Yield waits until there are none. A shutdown ends the serving: what waits behind
-    it is not answered.
+    A text is answered in the box's next pass, so the latency is that of its loop; a box that rests is woken.
+    Pipes that have many texts are served in turns. A pass serves for some 10 ms at most, then the tasks get
+    their turn; where texts are left the next pass comes at once, and a Yield waits until there are none. A
+    shutdown ends the serving: what waits behind it is not answered.
 
     A command may turn the loop itself, in which further commands are served, its own client's too; 16 deep. */
 class ORVI_API AppBox : public System {

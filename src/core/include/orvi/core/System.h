@@ -31,12 +31,12 @@ enum ETaskState {
 
     Where the thread has a loop of another library, that calls begin, turn and finish instead of start.
 
-    The loop never blocks by itself: a Rest task lets it sleep until something is due, a Yield task for a time at each of
-    its turns, System::sleep in a hook. What a tick
-    throws is reported in the log, handed to onException as a code, and the loop goes on. So it does after a
-    fault of the hardware in a tick, with the locks that the tick held still locked; the first fault of a process
-    leaves a report (CrashReporter.h). What leaves init, run or exit is treated alike and ends this run alone: exit
-    is called in any case, and the base exit has its way after an override that did not get to it.
+    The loop never blocks by itself: a Rest task lets it sleep until something is due, a Yield task for a time
+    at each of its turns, System::sleep in a hook. What a tick throws is reported in the log, handed to
+    onException as a code, and the loop goes on. So it does after a fault of the hardware in a tick, with the
+    locks that the tick held still locked; the first fault of a process leaves a report (CrashReporter.h). What
+    leaves init, run or exit is treated alike and ends this run alone: exit is called in any case, and the base
+    exit has its way after an override that did not get to it.
 
     Any thread may call getState, getRunThreadId, waken, shutdown, load and unload at any time; everything
     else belongs to the run thread. Times are unsigned milliseconds. */
